@@ -1,0 +1,72 @@
+// The command classes and their framework. Every keyword on the command line
+// becomes one command object; the entry function parses all of them, then
+// prepares all of them, then executes all of them, in order.
+//
+// Each stage answers by its bool result after writing its own message on
+// env->error; an expected failure never throws.
+#ifndef HIVECTL_FRONTEND_COMMAND_H_
+#define HIVECTL_FRONTEND_COMMAND_H_
+
+#include <cstddef>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <string_view>
+
+#include "frontend/environment.h"
+
+// The root of all key paths (the --Root option); set once by the entry
+// function before any command runs.
+extern std::string registry_root;
+
+// Running position in the command tokens, advanced in place.
+struct TokenCursor {
+  const std::string_view* next = nullptr;
+  size_t remaining = 0;
+};
+
+class Command {
+ public:
+  virtual ~Command() = default;
+  // Takes the command's arguments; false means the message is written.
+  virtual bool ParseArguments(TokenCursor& cursor) = 0;
+  // Work that must happen before any command of the line executes.
+  virtual bool Prepare() = 0;
+  virtual bool Execute() = 0;
+};
+
+class CommandBase : public Command {
+ public:
+  CommandBase(const char* name, Environment* env) : name(name), env(env) {}
+
+ protected:
+  // Take one token as a key name (refusing a leading or trailing backslash)
+  // or as a value name (anything). On failure the cursor does not move.
+  bool ReadKeyName(TokenCursor& cursor, std::string& target);
+  bool ReadValueName(TokenCursor& cursor, std::string& target);
+  // The FILE argument of export and import.
+  bool ReadFileName(TokenCursor& cursor, std::string& target);
+
+  // prefix + name + " 'key\value': " (or ": " when both are empty).
+  void WriteHeader(const char* prefix);
+  // "error: " when !always_fatal and ignore_errors, else "fatal: "; writes
+  // the header and returns env->error for the rest of the line.
+  std::ostream& FailureStream(bool always_fatal);
+  // "note: " line when verbose.
+  void Note(std::string_view text);
+  // "can't open file '<path>': (<number>) <message>\n" behind
+  // FailureStream(true).
+  void ReportOpenFailure(const std::string& path, const std::error_code& error_code);
+
+  const char* name;  // not owned
+  Environment* env;  // not owned; outlives every command
+  std::string key_name;
+  std::string value_name;
+};
+
+// Makes the command named by the token at the cursor and parses its
+// arguments. Null on failure, after the message was written.
+// REQUIRES: cursor.remaining > 0.
+std::unique_ptr<Command> ParseCommand(TokenCursor& cursor, Environment& env);
+
+#endif  // HIVECTL_FRONTEND_COMMAND_H_

@@ -1,0 +1,142 @@
+// The abstract registry key: one open place in the tree, with its values,
+// its subkeys and two enumeration cursors.
+//
+// Result convention of every read (GetValue, NextValue): a positive result is
+// the number of bytes delivered (text counts its terminating NUL), 0 means
+// nothing (missing value, no conversion, end of an enumeration or a failure),
+// and a negative result is minus the size needed when the caller's limit was
+// too small; then nothing was stored.
+//
+// A key never reports a backend failure by exception: operations answer
+// false, 0 or null, and the registry layer writes diagnostic-log lines only.
+//
+// Thread safety: distinct key objects may be used from different threads at
+// once; one key object must not be shared between threads (its cursors have
+// no lock).
+#ifndef HIVECTL_REGISTRY_KEY_H_
+#define HIVECTL_REGISTRY_KEY_H_
+
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace regkey {
+
+// The only value types of the whole program; Key operations carry them as
+// plain integers.
+enum ValueType : int {
+  kTypeI32 = 0,
+  kTypeI64 = 1,
+  kTypeStr = 2,
+  kTypeBin = 3,
+};
+
+// Largest block an allocating read hands out.
+constexpr size_t kMaxValueSize = 2147483647;
+
+struct FreeDeleter {
+  void operator()(void* block) const { std::free(block); }
+};
+// Owning handle of a malloc'ed value block. Allocating reads replace its
+// block only when they stored something.
+using ValueBuffer = std::unique_ptr<char, FreeDeleter>;
+
+class Key;
+class KeyStub;
+extern KeyStub SharedStub;
+
+// Deletes a key unless it is the process-wide SharedStub, which lives for
+// the whole process.
+struct KeyDeleter {
+  void operator()(Key* key) const;
+};
+using KeyPtr = std::unique_ptr<Key, KeyDeleter>;
+
+// A KeyPtr holding SharedStub: the initial state of long-lived holders.
+KeyPtr StubKeyPtr();
+
+class Key {
+ public:
+  virtual ~Key() = default;
+
+  // An independent key on the same path, same read-only state, fresh cursors.
+  virtual KeyPtr Clone() = 0;
+  // The key is usable; a database key may test its existence here.
+  virtual bool IsValid() = 0;
+
+  // Reads value `name` converted to `type` into at most `size` bytes.
+  virtual int64_t GetValue(void* buffer, size_t size, ValueType type, const char* name) = 0;
+  // The same into a fresh block of `out`.
+  virtual int64_t GetValue(ValueBuffer& out, ValueType type, const char* name) = 0;
+  // Reads the value as stored; `*type` is written once the value is found.
+  virtual int64_t GetValue(void* buffer, size_t size, ValueType* type, const char* name) = 0;
+  virtual int64_t GetValue(ValueBuffer& out, ValueType* type, const char* name) = 0;
+  // Text form of the value; false for bin values.
+  virtual bool GetString(std::string& out, const char* name) = 0;
+
+  // Creates or replaces value `name`. i32 needs size >= 4, i64 size >= 8;
+  // str takes `data` as a NUL-terminated string and ignores `size`.
+  virtual bool SetValue(const void* data, size_t size, ValueType type, const char* name) = 0;
+  virtual bool CheckValueExists(std::string_view name) = 0;
+  // True only if a value was removed.
+  virtual bool RemoveValue(std::string_view name) = 0;
+
+  // Whole-key operations on paths relative to this key.
+  virtual bool RemoveKey(std::string_view path) = 0;
+  virtual bool RenameKey(std::string_view from, std::string_view to) = 0;
+  virtual bool CopyKey(std::string_view from, std::string_view to) = 0;
+
+  virtual uint32_t CountValues() = 0;
+  virtual uint32_t CountSubKeys() = 0;
+
+  // Value enumeration; a result of 0 or less ends it.
+  virtual void ResetValues() = 0;
+  virtual int64_t NextValue(ValueBuffer& out, ValueType type, std::string& name) = 0;
+  virtual int64_t NextValue(ValueBuffer& out, ValueType* type, std::string& name) = 0;
+  virtual bool NextString(std::string& value, std::string& name) = 0;
+
+  // Subkey enumeration; null or false at the end.
+  virtual void ResetSubKeys() = 0;
+  virtual KeyPtr NextSubKey(bool read_only) = 0;
+  virtual bool NextSubKeyName(std::string& name) = 0;
+
+  // Leaf name; empty for an unusable key. Valid as long as the key.
+  virtual std::string_view GetName() = 0;
+  virtual std::string GetDefaultString() = 0;
+};
+
+// The inert key: it exists, but no operation does anything. Stateless, so
+// usable from any thread.
+class KeyStub final : public Key {
+ public:
+  KeyPtr Clone() override;
+  bool IsValid() override { return false; }
+  int64_t GetValue(void*, size_t, ValueType, const char*) override { return 0; }
+  int64_t GetValue(ValueBuffer&, ValueType, const char*) override { return 0; }
+  int64_t GetValue(void*, size_t, ValueType*, const char*) override { return 0; }
+  int64_t GetValue(ValueBuffer&, ValueType*, const char*) override { return 0; }
+  bool GetString(std::string&, const char*) override { return false; }
+  bool SetValue(const void*, size_t, ValueType, const char*) override { return false; }
+  bool CheckValueExists(std::string_view) override { return false; }
+  bool RemoveValue(std::string_view) override { return false; }
+  bool RemoveKey(std::string_view) override { return false; }
+  bool RenameKey(std::string_view, std::string_view) override { return false; }
+  bool CopyKey(std::string_view, std::string_view) override { return false; }
+  uint32_t CountValues() override { return 0; }
+  uint32_t CountSubKeys() override { return 0; }
+  void ResetValues() override {}
+  int64_t NextValue(ValueBuffer&, ValueType, std::string&) override { return 0; }
+  int64_t NextValue(ValueBuffer&, ValueType*, std::string&) override { return 0; }
+  bool NextString(std::string&, std::string&) override { return false; }
+  void ResetSubKeys() override {}
+  KeyPtr NextSubKey(bool) override { return KeyPtr(); }
+  bool NextSubKeyName(std::string&) override { return false; }
+  std::string_view GetName() override { return {}; }
+  std::string GetDefaultString() override { return {}; }
+};
+
+}  // namespace regkey
+
+#endif  // HIVECTL_REGISTRY_KEY_H_
