@@ -72,6 +72,7 @@ class ProbeCommand final : public CommandBase {
   using CommandBase::FailureStream;
   using CommandBase::key_name;
   using CommandBase::Note;
+  using CommandBase::ReadFileName;
   using CommandBase::ReadKeyName;
   using CommandBase::ReadValueName;
   using CommandBase::value_name;
@@ -168,8 +169,21 @@ TEST(ReadValueNameTest, TakesAnything) {
   EXPECT_EQ(env.err.str(), "");
 }
 
+TEST(ReadFileNameTest, TakesAnyTokenButNeedsOne) {
+  FakeEnvironment env;
+  ProbeCommand probe("export", &env);
+  probe.key_name = "k";
+  const std::string_view tokens[] = {""};
+  TokenCursor cursor{tokens, 1};
+  std::string target = "old";
+  EXPECT_TRUE(probe.ReadFileName(cursor, target));
+  EXPECT_EQ(target, "");
+  EXPECT_FALSE(probe.ReadFileName(cursor, target));
+  EXPECT_EQ(env.err.str(), "fatal: export 'k': file is not specified\n");
+}
+
 TEST(ParseCommandTest, UnknownAndCaseSensitiveKeywords) {
-  for (const char* word : {"GET", "frobnicate", "", "export", "store", "import", "load"}) {
+  for (const char* word : {"GET", "frobnicate", "", "ge", "gets", "Show", "-Verbose"}) {
     FakeEnvironment env;
     Line line({word, "a", "b"});
     EXPECT_FALSE(line.ParseAll(env)) << word;
