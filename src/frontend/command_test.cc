@@ -156,19 +156,6 @@ TEST(ReadKeyNameTest, RefusesBackslashAtEitherEndWithoutMoving) {
             "fatal: get: key name is not specified\nfatal: get: value name is not specified\n");
 }
 
-TEST(ReadValueNameTest, TakesAnything) {
-  FakeEnvironment env;
-  ProbeCommand probe("get", &env);
-  const std::string_view tokens[] = {"", "\\a\\"};
-  TokenCursor cursor{tokens, 2};
-  std::string target = "old";
-  EXPECT_TRUE(probe.ReadValueName(cursor, target));
-  EXPECT_EQ(target, "");
-  EXPECT_TRUE(probe.ReadValueName(cursor, target));
-  EXPECT_EQ(target, "\\a\\");
-  EXPECT_EQ(env.err.str(), "");
-}
-
 TEST(ReadFileNameTest, TakesAnyTokenButNeedsOne) {
   FakeEnvironment env;
   ProbeCommand probe("export", &env);
@@ -182,12 +169,34 @@ TEST(ReadFileNameTest, TakesAnyTokenButNeedsOne) {
   EXPECT_EQ(env.err.str(), "fatal: export 'k': file is not specified\n");
 }
 
+TEST(ReadValueNameTest, TakesAnything) {
+  FakeEnvironment env;
+  ProbeCommand probe("get", &env);
+  const std::string_view tokens[] = {"", "\\a\\"};
+  TokenCursor cursor{tokens, 2};
+  std::string target = "old";
+  EXPECT_TRUE(probe.ReadValueName(cursor, target));
+  EXPECT_EQ(target, "");
+  EXPECT_TRUE(probe.ReadValueName(cursor, target));
+  EXPECT_EQ(target, "\\a\\");
+  EXPECT_EQ(env.err.str(), "");
+}
+
 TEST(ParseCommandTest, UnknownAndCaseSensitiveKeywords) {
-  for (const char* word : {"GET", "frobnicate", "", "ge", "gets", "Show", "-Verbose"}) {
+  for (const char* word : {"GET", "frobnicate", "", "EXPORT", "Load"}) {
     FakeEnvironment env;
     Line line({word, "a", "b"});
     EXPECT_FALSE(line.ParseAll(env)) << word;
     EXPECT_EQ(line.consumed(), 0u);
+    EXPECT_EQ(env.err.str(), std::string("fatal: unknown command '") + word + "'\n");
+  }
+}
+
+TEST(ParseCommandTest, KeywordsMatchWholeTokens) {
+  for (const char* word : {"ge", "gets", "Show", "-Verbose", "get "}) {
+    FakeEnvironment env;
+    Line line({word, "a", "b"});
+    EXPECT_FALSE(line.ParseAll(env)) << word;
     EXPECT_EQ(env.err.str(), std::string("fatal: unknown command '") + word + "'\n");
   }
 }
