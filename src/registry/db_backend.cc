@@ -110,6 +110,15 @@ bool ConnectionStringTerminates(std::string_view spec) {
   return true;
 }
 
+cppdb::connection_info PoolConnectionInfo(std::string_view spec) {
+  if (!ConnectionStringTerminates(spec)) {
+    throw cppdb::cppdb_error("Invalid connection string - text after a quoted value");
+  }
+  cppdb::connection_info info{std::string(spec)};
+  if (!info.has("@pool_max_idle")) info.properties["@pool_max_idle"] = "15";
+  return info;
+}
+
 KeyPtr DBBackend::Create(std::string_view root, int /*reserved*/, bool read_only,
                          std::string_view path, bool create) {
   return KeyPtr(new DBKey(shared_from_this(), root, path, read_only, create));
@@ -117,13 +126,7 @@ KeyPtr DBBackend::Create(std::string_view root, int /*reserved*/, bool read_only
 
 bool DBBackend::Init(std::string_view spec) {
   try {
-    std::string text(spec);
-    if (!ConnectionStringTerminates(text)) {
-      throw cppdb::cppdb_error("Invalid connection string - text after a quoted value");
-    }
-    cppdb::connection_info info(text);
-    if (!info.has("@pool_max_idle")) info.properties["@pool_max_idle"] = "15";
-    pool = cppdb::pool::create(info);
+    pool = cppdb::pool::create(PoolConnectionInfo(spec));
     cppdb::session session = ConnectSession();
     if (!session.is_open()) return false;
     return CheckSchema(session);

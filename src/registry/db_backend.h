@@ -18,8 +18,10 @@
 #include <string>
 #include <string_view>
 
+#include <cppdb/backend.h>
 #include <cppdb/frontend.h>
 #include <cppdb/pool.h>
+#include <cppdb/utils.h>
 
 #include "registry/backend.h"
 
@@ -55,6 +57,11 @@ void LogDBFailure(uint32_t level, const char* step, const std::exception& error)
 // False for a connection string on which cppdb 0.3.1's parser would never
 // return: a quoted value followed by anything but blanks and a ";".
 bool ConnectionStringTerminates(std::string_view spec);
+
+// The parsed specification as the pool gets it: @pool_max_idle is 15 unless
+// given. Throws cppdb::cppdb_error for a malformed string, also for one
+// that ConnectionStringTerminates refuses.
+cppdb::connection_info PoolConnectionInfo(std::string_view spec);
 
 // The SQL texts of the server functions, constant after static
 // initialisation. cppdb caches prepared statements per connection under

@@ -66,7 +66,7 @@ bool CheckKeyExists(cppdb::session& session, const std::string& path) {
 bool StoreValue(cppdb::session& session, const std::string& path, const char* name, int code,
                 const char* text) {
   try {
-    session.prepare(sql::kAddValue).bind(path.c_str()).bind(name).bind(code).bind(text).exec();
+    session.prepare(sql::kAddValue).bind(path.c_str()).bind(name).bind(code).bind(text).query();
     return true;
   } catch (const cppdb::cppdb_error& error) {
     LogDBFailure(4, "StoreValue", error);
@@ -276,7 +276,7 @@ bool DBKey::RemoveKey(std::string_view relative) {
     return false;
   }
   try {
-    session.prepare(sql::kDeleteKey).bind(JoinPath(path, relative).c_str()).exec();
+    session.prepare(sql::kDeleteKey).bind(JoinPath(path, relative).c_str()).query();
     return true;
   } catch (const cppdb::cppdb_error& error) {
     LogDBFailure(4, "RemoveKey", error);
