@@ -5,6 +5,7 @@
 #include <system_error>
 #include <thread>
 
+#include "frontend/value_parse.h"
 #include "registry/backend.h"
 #include "support/thread.h"
 #include "transfer/progress.h"
