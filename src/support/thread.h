@@ -18,6 +18,10 @@ void SleepFor(int64_t nanoseconds);
 // pthread_setschedparam failed, false when it succeeded or on a bad priority.
 bool SetThreadPriority(pthread_t& thread, int priority);
 
+// The SCHED_RR height that SetThreadPriority uses for `priority` 1, 2 or 3
+// between the policy's bounds `min` and `max`; -1 for any other priority.
+int RoundRobinHeight(int priority, int min, int max);
+
 // The kernel's id of the calling thread (gettid).
 int CurrentThreadId();
 

@@ -1,0 +1,16 @@
+#include "registry/key.h"
+
+namespace regkey {
+
+// SharedStub itself is defined in backend.cc, after the other module state,
+// so that it is constructed last and torn down first.
+
+void KeyDeleter::operator()(Key* key) const {
+  if (key != &SharedStub) delete key;
+}
+
+KeyPtr StubKeyPtr() { return KeyPtr(&SharedStub); }
+
+KeyPtr KeyStub::Clone() { return KeyPtr(new KeyStub()); }
+
+}  // namespace regkey

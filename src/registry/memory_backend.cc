@@ -1,0 +1,324 @@
+#include "registry/memory_backend.h"
+
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+#include <stdexcept>
+#include <utility>
+
+#include "registry/conversions.h"
+#include "support/log.h"
+
+namespace regkey {
+
+namespace {
+
+constexpr char kNullStringError[] = "basic_string: construction from null is not valid";
+
+bool HasEdgeBackslash(std::string_view path) {
+  return !path.empty() && (path.front() == '\\' || path.back() == '\\');
+}
+
+// Walks the non-empty components of `path` from `node`; null on a miss.
+// `last` receives the last component walked, if any.
+std::shared_ptr<Node> WalkCollapsed(std::shared_ptr<Node> node, std::string_view path, bool create,
+                                    std::string& last) {
+  std::string component;
+  size_t start = 0;
+  while (node != nullptr && start <= path.size()) {
+    size_t end = path.find('\\', start);
+    if (end == std::string_view::npos) end = path.size();
+    if (end > start) {
+      component.assign(path.data() + start, end - start);
+      node = node->FindSubKey(component, create);
+      last = component;
+    }
+    start = end + 1;
+  }
+  return node;
+}
+
+// Walks every component of `path` but the leaf, empty ones included, and
+// puts the leaf into `leaf`; null on a miss.
+std::shared_ptr<Node> WalkToParent(std::shared_ptr<Node> node, std::string_view path, bool create,
+                                   std::string& leaf) {
+  size_t start = 0;
+  size_t end;
+  std::string component;
+  while (node != nullptr && (end = path.find('\\', start)) != std::string_view::npos) {
+    component.assign(path.data() + start, end - start);
+    node = node->FindSubKey(component, create);
+    start = end + 1;
+  }
+  leaf.assign(path.data() + start, path.size() - start);
+  return node;
+}
+
+// Every component of `path`, the leaf included; null on a miss.
+std::shared_ptr<Node> WalkAll(std::shared_ptr<Node> node, std::string_view path, bool create) {
+  std::string leaf;
+  node = WalkToParent(std::move(node), path, create, leaf);
+  return node == nullptr ? nullptr : node->FindSubKey(leaf, create);
+}
+
+char FoldCase(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
+
+enum class PathRelation { kSame, kNested, kApart };
+
+// Compares two relative paths with A-Z folded: the same path, one a proper
+// ancestor of the other, or neither.
+PathRelation ComparePaths(std::string_view from, std::string_view to) {
+  size_t i = 0;
+  while (i < from.size() && i < to.size() && FoldCase(from[i]) == FoldCase(to[i])) ++i;
+  if (i == from.size() && i == to.size()) return PathRelation::kSame;
+  if (i == to.size() && from[i] == '\\') return PathRelation::kNested;
+  if (i == from.size() && to[i] == '\\') return PathRelation::kNested;
+  return PathRelation::kApart;
+}
+
+// The text form of a value: false for bin and empty, leaving `out` alone.
+bool ValueText(const StoredValue& value, std::string& out) {
+  char text[21];
+  switch (value.tag()) {
+    case StoredValue::kInt32:
+      std::snprintf(text, sizeof text, "%i", value.int32());
+      out = text;
+      return true;
+    case StoredValue::kInt64:
+      std::snprintf(text, sizeof text, "%li", value.int64());
+      out = text;
+      return true;
+    case StoredValue::kString:
+      out = value.text();
+      return true;
+    case StoredValue::kEmpty:
+    case StoredValue::kBinary:
+      break;
+  }
+  return false;
+}
+
+int64_t ReadInto(const StoredValue& value, ValueType type, void* buffer, size_t size) {
+  return ConvertMemoryValue(value, type, &buffer, size);
+}
+
+int64_t ReadAllocating(const StoredValue& value, ValueType type, ValueBuffer& out) {
+  void* block = nullptr;
+  const int64_t result = ConvertMemoryValue(value, type, &block, kMaxValueSize);
+  if (result > 0) out.reset(static_cast<char*>(block));
+  return result;
+}
+
+// Builds the refusal line only when the log would write it.
+template <typename... Pieces>
+void LogReadOnlyRefusal(const Pieces&... pieces) {
+  if (!LogEnabled(1, kLogModuleOther)) return;
+  LogLine line(1, kLogModuleOther);
+  (line.stream() << ... << pieces);
+}
+
+}  // namespace
+
+KeyPtr MemoryBackend::Create(std::string_view root, int /*reserved*/, bool read_only,
+                             std::string_view path, bool create) {
+  if (root_ == nullptr || HasEdgeBackslash(root) || HasEdgeBackslash(path)) {
+    return KeyPtr(new KeyStub());
+  }
+  const bool may_create = create && !read_only;
+  std::string name;
+  std::shared_ptr<Node> node = WalkCollapsed(root_, root, may_create, name);
+  node = WalkCollapsed(std::move(node), path, may_create, name);
+  if (node == nullptr) return KeyPtr(new KeyStub());
+  return KeyPtr(new MemoryKey(std::move(node), std::move(name), read_only));
+}
+
+void MemoryBackend::Dump() {
+  if (root_ != nullptr) root_->Print(std::cerr, 2, 0);
+}
+
+bool MemoryBackend::Init(std::string_view /*spec*/) {
+  root_ = std::make_shared<Node>();
+  return true;
+}
+
+MemoryKey::MemoryKey(std::shared_ptr<Node> node, std::string name, bool read_only)
+    : node_(std::move(node)), name_(std::move(name)), read_only_(read_only) {}
+
+KeyPtr MemoryKey::Clone() { return KeyPtr(new MemoryKey(node_, name_, read_only_)); }
+
+bool MemoryKey::IsValid() { return node_ != nullptr; }
+
+int64_t MemoryKey::GetValue(void* buffer, size_t size, ValueType type, const char* name) {
+  return ReadInto(node_->FetchValue(name), type, buffer, size);
+}
+
+int64_t MemoryKey::GetValue(ValueBuffer& out, ValueType type, const char* name) {
+  return ReadAllocating(node_->FetchValue(name), type, out);
+}
+
+int64_t MemoryKey::GetValue(void* buffer, size_t size, ValueType* type, const char* name) {
+  const StoredValue value = node_->FetchValue(name);
+  if (value.empty()) return 0;
+  *type = value.type();
+  return ReadInto(value, value.type(), buffer, size);
+}
+
+int64_t MemoryKey::GetValue(ValueBuffer& out, ValueType* type, const char* name) {
+  const StoredValue value = node_->FetchValue(name);
+  if (value.empty()) return 0;
+  *type = value.type();
+  return ReadAllocating(value, value.type(), out);
+}
+
+bool MemoryKey::GetString(std::string& out, const char* name) {
+  return ValueText(node_->FetchValue(name), out);
+}
+
+bool MemoryKey::SetValue(const void* data, size_t size, ValueType type, const char* name) {
+  if (read_only_) {
+    LogReadOnlyRefusal("SetValue '", name != nullptr ? name : "(null)", "' on read-only key '",
+                       name_, "'");
+    return false;
+  }
+  StoredValue value;
+  switch (type) {
+    case kTypeI32: {
+      if (size < sizeof(int32_t)) return false;
+      int32_t number;
+      std::memcpy(&number, data, sizeof number);
+      value = StoredValue(number);
+      break;
+    }
+    case kTypeI64: {
+      if (size < sizeof(int64_t)) return false;
+      int64_t number;
+      std::memcpy(&number, data, sizeof number);
+      value = StoredValue(number);
+      break;
+    }
+    case kTypeStr:
+      if (data == nullptr) throw std::logic_error(kNullStringError);
+      value = StoredValue(std::string(static_cast<const char*>(data)));
+      break;
+    case kTypeBin: {
+      const auto* bytes = static_cast<const unsigned char*>(data);
+      value = StoredValue(size == 0 ? StoredValue::Bytes() : StoredValue::Bytes(bytes, bytes + size));
+      break;
+    }
+    default:
+      return false;
+  }
+  if (name == nullptr) throw std::logic_error(kNullStringError);
+  node_->StoreValue(name, std::move(value));
+  return true;
+}
+
+bool MemoryKey::CheckValueExists(std::string_view name) {
+  return node_->HasValue(std::string(name));
+}
+
+bool MemoryKey::RemoveValue(std::string_view name) {
+  if (read_only_) {
+    LogReadOnlyRefusal("RemoveValue '", name, "' on read-only key '", name_, "'");
+    return false;
+  }
+  return node_->EraseValue(std::string(name));
+}
+
+bool MemoryKey::RemoveKey(std::string_view path) {
+  if (read_only_) {
+    LogReadOnlyRefusal("RemoveKey '", path, "' on read-only key '", name_, "'");
+    return false;
+  }
+  std::string leaf;
+  std::shared_ptr<Node> parent = WalkToParent(node_, path, false, leaf);
+  // The subtree taken out is dropped here, outside the parent's lock.
+  if (parent != nullptr) parent->TakeSubKey(leaf);
+  return true;
+}
+
+bool MemoryKey::RenameKey(std::string_view from, std::string_view to) {
+  if (read_only_) {
+    LogReadOnlyRefusal("RenameKey '", from, "'->'", to, "' on read-only key '", name_, "'");
+    return false;
+  }
+  switch (ComparePaths(from, to)) {
+    case PathRelation::kSame:
+      return true;
+    case PathRelation::kNested:
+      return false;
+    case PathRelation::kApart:
+      break;
+  }
+  std::string leaf;
+  std::shared_ptr<Node> source_parent = WalkToParent(node_, from, false, leaf);
+  if (source_parent == nullptr) return false;
+  std::shared_ptr<Node> moved = source_parent->TakeSubKey(leaf);
+  if (moved == nullptr) return false;
+  std::shared_ptr<Node> target_parent = WalkToParent(node_, to, true, leaf);
+  target_parent->PutSubKey(std::move(leaf), std::move(moved));
+  return true;
+}
+
+bool MemoryKey::CopyKey(std::string_view from, std::string_view to) {
+  if (read_only_) {
+    LogReadOnlyRefusal("CopyKey '", from, "'->'", to, "' on read-only key '", name_, "'");
+    return false;
+  }
+  switch (ComparePaths(from, to)) {
+    case PathRelation::kSame:
+      return true;
+    case PathRelation::kNested:
+      return false;
+    case PathRelation::kApart:
+      break;
+  }
+  std::shared_ptr<Node> source = WalkAll(node_, from, false);
+  if (source == nullptr) return false;
+  std::shared_ptr<Node> target = WalkAll(node_, to, true);
+  // Two spellings the text test missed (names that differ only behind a NUL
+  // byte) can name one node; merging it with itself would deadlock.
+  if (target == source) return true;
+  target->MergeFrom(*source);
+  return true;
+}
+
+uint32_t MemoryKey::CountValues() { return static_cast<uint32_t>(node_->ValueCountUnlocked()); }
+
+uint32_t MemoryKey::CountSubKeys() { return static_cast<uint32_t>(node_->SubKeyCountUnlocked()); }
+
+void MemoryKey::ResetValues() { value_cursor_ = 0; }
+
+int64_t MemoryKey::NextValue(ValueBuffer& out, ValueType type, std::string& name) {
+  return ReadAllocating(node_->FetchValueAt(value_cursor_++, name), type, out);
+}
+
+int64_t MemoryKey::NextValue(ValueBuffer& out, ValueType* type, std::string& name) {
+  const StoredValue value = node_->FetchValueAt(value_cursor_++, name);
+  if (value.empty()) return 0;
+  *type = value.type();
+  return ReadAllocating(value, value.type(), out);
+}
+
+bool MemoryKey::NextString(std::string& value, std::string& name) {
+  return ValueText(node_->FetchValueAt(value_cursor_++, name), value);
+}
+
+void MemoryKey::ResetSubKeys() { subkey_cursor_ = 0; }
+
+KeyPtr MemoryKey::NextSubKey(bool read_only) {
+  std::string name;
+  std::shared_ptr<Node> child = node_->SubKeyAt(subkey_cursor_++, name);
+  if (child == nullptr) return KeyPtr();
+  return KeyPtr(new MemoryKey(std::move(child), std::move(name), read_only));
+}
+
+bool MemoryKey::NextSubKeyName(std::string& name) {
+  return node_->SubKeyAt(subkey_cursor_++, name) != nullptr;
+}
+
+std::string_view MemoryKey::GetName() { return name_; }
+
+std::string MemoryKey::GetDefaultString() { return std::string(); }
+
+}  // namespace regkey
