@@ -1,0 +1,381 @@
+#include "frontend/entry.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <fstream>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <boost/program_options.hpp>
+
+#include "frontend/command.h"
+#include "frontend/environment.h"
+#include "registry/backend.h"
+#include "support/log.h"
+
+namespace po = boost::program_options;
+
+namespace {
+
+constexpr const char* kDefaultProgramName = "qv_hivectl";
+constexpr unsigned kHelpLineLength = 1000;
+// unix_style plus long_case_insensitive.
+constexpr int kCommandLineStyle = 0x7f7;
+constexpr uint32_t kMaxDBConnectionsLimit = 512;
+constexpr size_t kMaxListedTokens = 5;
+
+struct Profile {
+  const char* suffix;
+  const char* config_file;
+  const char* root;
+};
+
+// The last entry, with an empty suffix, is the default.
+const Profile kProfiles[] = {
+    {"_fa", "/opt/quorvane/cluster/fa/etc/fa/qv_fa.cfg", "Quorvane\\FrontNode"},
+    {"_cn", "/opt/quorvane/cluster/cn/etc/cn/qv_cn.cfg", "Quorvane\\CoreNode"},
+    {"_nc", "/opt/quorvane/cluster/nc/etc/nc/qv_nc.cfg", "Quorvane\\NodeConsole"},
+    {"", "/opt/quorvane/atlas/etc/atlas/qv_node.cfg", "Quorvane\\Node"},
+};
+
+const char kHelpText[] =
+    R"(
+Multiple commands may be specified, one after the other, on the command line.
+Each command consists of a keyword identifying it and a variable number of arguments.
+Most commands have these two arguments:
+* KEY
+  Should be a full path to the registry key that the command should operate on.
+  To operate on the root key use KEY equal to an empty string.
+* VALUE
+  Name of the value inside the KEY that the command should operate on.
+
+Supported commands:
+    get KEY VALUE
+        Load data of the VALUE from the KEY and print it to the standard output.
+        Binary values are printed base64-encoded.
+
+    set KEY VALUE TYPE VALUE_DATA
+        Parse VALUE_DATA according to TYPE and store the result as VALUE in the KEY.
+        If KEY doesn't exist then it is created automatically.
+        TYPE can be any of these:
+        * i32
+          VALUE_DATA is parsed as a decimal or hexadecimal 32-bit number in range [-2^31, 2^32-1].
+        * i64
+          VALUE_DATA is parsed as a decimal or hexadecimal 64-bit number in range [-2^63, 2^64-1].
+        * str
+          VALUE_DATA is stored as a string value.
+        * bin
+          VALUE_DATA is stored as a binary value.
+        * b16
+          VALUE_DATA is parsed as a base16-encoded block of data (hexadecimal byte sequence) and stored as a binary value.
+        * b64
+          VALUE_DATA is parsed as a base64-encoded block of data and stored as a binary value.
+        * fstr
+          VALUE_DATA is interpreted as a file name, content of that file is stored as a string value.
+          If VALUE_DATA is "-" then the standard input is used instead of a file.
+        * fbin
+          VALUE_DATA is interpreted as a file name, content of that file is stored as a binary value.
+          If VALUE_DATA is "-" then the standard input is used instead of a file.
+
+    exists KEY VALUE
+        Check whether the KEY contains the VALUE and print boolean result to the standard output.
+
+    remove KEY
+        Remove all values and subkeys of the KEY.
+
+    rename KEY NEW_KEY
+        Move all values and subkeys of the KEY to the NEW_KEY.
+        IF NEW_KEY already exists then its content is removed prior to the move.
+
+    copy KEY NEW_KEY
+        Copy all values and subkeys of the KEY to the NEW_KEY.
+        IF NEW_KEY already exists then its content is preserved,
+        except that newly copied values overwrite existing values with matching names.
+
+    removev KEY VALUE
+        Remove the VALUE from the KEY.
+
+    renamev KEY VALUE NEW_KEY NEW_VALUE
+        Move the VALUE from the KEY to the NEW_KEY and change its name to NEW_VALUE.
+
+    copyv KEY VALUE NEW_KEY NEW_VALUE
+        Copy the VALUE from the KEY to the NEW_KEY and change its name to NEW_VALUE.
+
+    export KEY FILE
+        Save all values and subkeys of the KEY into FILE using the CSV format.
+        If FILE is "-" then the standard output is used instead of a file.
+
+    import KEY FILE
+        Load CSV file in the format produced by the "export" command
+        and add all values and keys listed in it to the KEY.
+        If FILE is "-" then the standard input is used instead of a file.
+        If --IgnoreErrors option is specified then:
+        1. Invalid rows in the CSV are skipped.
+        2. Failure to set a single value does not interrupt the command.
+
+    show KEY
+        Display KEY contents in human-friendly format:
+        * Names of direct subkeys.
+        * Values in a table form, truncating overly long values.
+
+Examples:
+* Extract the server certificate:
+    PROGRAM get Configuration Certificate | base64 -d > cert.pem
+* Enable verbose logs:
+    PROGRAM set Configuration "Debug Level" i32 4 set Configuration "Debug Modules" i32 0xffffffff
+* Change ID of an existing group conference:
+    PROGRAM rename 'Multi Conferences\7495331200' 'Multi Conferences\nice_id'
+* Same as the previous example, but using custom root key:
+    PROGRAM --Root "ROOT\Multi Conferences" rename 7495331200 nice_id
+* Backup the list of group conferences:
+    PROGRAM export "Multi Conferences" conf.csv
+* Restore the previous backup (removal happens only if the backup file is parsed successfully):
+    PROGRAM remove "Multi Conferences" import "Multi Conferences" conf.csv
+* Show Configuration of a remote server (use alternative backend):
+    PROGRAM --Backend="postgresql:port=5432;dbname=qvs;user=postgres;password=hush;host=db.example.com;" show Configuration
+)";
+
+// The option variables, bound directly to the descriptions.
+struct OptionValues {
+  std::string config_file;
+  std::string backend;
+  std::string root;
+  uint32_t max_db_connections = 32;
+  std::string registry_backend;  // from the configuration file only
+};
+
+std::string ProgramName(int argc, char** argv) {
+  if (argc < 1 || argv[0] == nullptr || argv[0][0] == '\0') return kDefaultProgramName;
+  std::string path = argv[0];
+  size_t separator = path.find_last_of("/\\");
+  // A separator at index 0 keeps the whole text, separator included.
+  if (separator == std::string::npos || separator == 0) return path;
+  if (separator + 1 == path.size()) return kDefaultProgramName;
+  return path.substr(separator + 1);
+}
+
+bool EndsWith(std::string_view text, std::string_view suffix) {
+  return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
+}
+
+const Profile& SelectProfile(std::string_view program_name) {
+  for (const Profile& profile : kProfiles) {
+    if (EndsWith(program_name, profile.suffix)) return profile;
+  }
+  return kProfiles[std::size(kProfiles) - 1];
+}
+
+std::string ReplaceAll(std::string text, std::string_view from, std::string_view to) {
+  for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
+    text.replace(at, from.size(), to);
+  }
+  return text;
+}
+
+void PrintHelp(const std::string& program_name, const Profile& profile,
+               const po::options_description& general,
+               const po::options_description& behavior) {
+  std::string text = ReplaceAll(kHelpText, "ROOT\\", std::string(profile.root) + "\\");
+  text = ReplaceAll(text, "PROGRAM", program_name);
+  std::cerr << "Usage: " << program_name << " [OPTIONS] [--] [COMMAND]...\n\n"
+            << general << behavior << text;
+}
+
+bool EqualIgnoringAsciiCase(std::string_view a, std::string_view b) {
+  return a.size() == b.size() &&
+         std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+           auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; };
+           return lower(x) == lower(y);
+         });
+}
+
+// A token such as "-Root=x" is taken as option -r with value "oot=x"; warn
+// when the text behind the single dash spells a long option name.
+void WarnAboutSingleDash(const po::parsed_options& parsed, const po::options_description& all) {
+  for (const po::option& option : parsed.options) {
+    if (option.position_key != -1 || option.original_tokens.empty()) continue;
+    const std::string& token = option.original_tokens.front();
+    if (token.size() < 3 || token[0] != '-' || token[1] == '-') continue;
+    std::string_view candidate = std::string_view(token).substr(1);
+    candidate = candidate.substr(0, candidate.find('='));
+    for (const auto& description : all.options()) {
+      const std::string& long_name = description->long_name();
+      if (!EqualIgnoringAsciiCase(candidate, long_name)) continue;
+      std::cerr << "warning: argument '" << token << "' is interpreted as option '-" << token[1]
+                << "' with value '" << token.substr(2)
+                << "', did you miss the second dash in option '--" << long_name << "'?\n";
+      break;
+    }
+  }
+}
+
+// Reads RegistryBackend from the configuration file. A missing default
+// file is no error; a missing --ConfigFile is.
+void ReadConfigFile(OptionValues& values, const Profile& profile,
+                    const po::options_description& config) {
+  std::string path = values.config_file.empty() ? profile.config_file : values.config_file;
+  std::ifstream file(path);
+  if (!file) {
+    if (!values.config_file.empty()) {
+      throw std::runtime_error("can't open the configuration file: " + path);
+    }
+    return;
+  }
+  po::variables_map config_map;
+  po::store(po::parse_config_file(file, config, true), config_map);
+  po::notify(config_map);
+}
+
+void InitRegistryBackend(const OptionValues& values) {
+  if (!values.backend.empty()) {
+    if (!regkey::InitBackend(values.backend)) {
+      throw std::runtime_error("can't initialize registry backend, check the --Backend option");
+    }
+  } else if (!values.registry_backend.empty()) {
+    if (!regkey::InitBackend(values.registry_backend)) {
+      throw std::runtime_error(
+          "can't initialize registry backend, check the 'RegistryBackend' option in the config "
+          "file");
+    }
+  } else {
+    throw std::runtime_error("registry backend is not specified");
+  }
+}
+
+void SetRegistryRoot(const std::string& root) {
+  if (root.empty()) return;
+  if (root.front() == '\\') throw std::runtime_error("invalid registry root: starts with '\\'");
+  if (root.back() == '\\') throw std::runtime_error("invalid registry root: ends with '\\'");
+  registry_root = root;
+}
+
+// Every original token of unregistered or positional entries, in order.
+std::vector<std::string_view> CollectCommandTokens(const po::parsed_options& parsed, int argc) {
+  std::vector<std::string_view> tokens;
+  tokens.reserve(static_cast<size_t>(std::max(argc, 0)));
+  for (const po::option& option : parsed.options) {
+    if (!option.unregistered && option.position_key == -1) continue;
+    for (const std::string& token : option.original_tokens) tokens.emplace_back(token);
+  }
+  return tokens;
+}
+
+void ReportParseFailure(std::ostream& error, const std::vector<std::string_view>& tokens,
+                        const TokenCursor& cursor) {
+  error << "fatal: command parsing failed on argument " << tokens.size() - cursor.remaining;
+  if (cursor.remaining > 0) {
+    error << ':';
+    size_t listed = std::min(cursor.remaining, kMaxListedTokens);
+    for (size_t i = 0; i < listed; ++i) error << " '" << cursor.next[i] << "'";
+  }
+  error << '\n';
+}
+
+// The three stages over the whole command line.
+int RunCommands(const std::vector<std::string_view>& tokens, Environment& env) {
+  std::vector<std::unique_ptr<Command>> commands;
+  TokenCursor cursor{tokens.data(), tokens.size()};
+  while (cursor.remaining > 0) {
+    std::unique_ptr<Command> command = ParseCommand(cursor, env);
+    if (!command) {
+      ReportParseFailure(*env.error, tokens, cursor);
+      return 1;
+    }
+    commands.push_back(std::move(command));
+  }
+  for (std::unique_ptr<Command>& command : commands) {
+    if (command->Prepare()) continue;
+    if (!env.ignore_errors) return 1;
+    command.reset();
+  }
+  for (std::unique_ptr<Command>& command : commands) {
+    if (!command || command->Execute()) continue;
+    if (!env.ignore_errors) return 1;
+    command.reset();
+  }
+  return 0;
+}
+
+int RunHivectl(int argc, char** argv) {
+  const std::string program_name = ProgramName(argc, argv);
+  const Profile& profile = SelectProfile(program_name);
+
+  OptionValues values;
+  const std::string config_file_help = std::string(
+      "path to the server configuration file, by default '") + profile.config_file +
+      "' will be used if it exists";
+  po::options_description general("General options", kHelpLineLength);
+  general.add_options()
+      ("help,h", "produce this help message")
+      ("ConfigFile,c", po::value<std::string>(&values.config_file)->value_name("<path>"),
+       config_file_help.c_str())
+      ("Backend,b", po::value<std::string>(&values.backend)->value_name("<string>"),
+       "registry backend specification in the form NAME:[OPTIONS]")
+      ("Root,r",
+       po::value<std::string>(&values.root)->value_name("<key name>")
+           ->default_value(profile.root),
+       "key used as base for all other");
+  po::options_description behavior("Command behavior options", kHelpLineLength);
+  behavior.add_options()
+      ("Verbose", "display completion status for successful commands")
+      ("Progress", "display progress report for long-running commands")
+      ("IgnoreErrors",
+       "don't stop after the first command failure, try to execute all subsequent commands")
+      ("MaxDBConnections",
+       po::value<uint32_t>(&values.max_db_connections)->value_name("<N>")->default_value(32),
+       "maximal number of DB connections to use during command execution.\n"
+       "This option takes effect only when registry backend is 'postgresql'.");
+  po::options_description config("Config options", kHelpLineLength);
+  config.add_options()
+      ("RegistryBackend", po::value<std::string>(&values.registry_backend)->value_name("<string>"),
+       "registry backend specification, this option has lower priority than --Backend");
+  po::options_description all;
+  all.add(general).add(behavior);
+
+  // The parser skips argv[0]; without one there is nothing to parse.
+  po::command_line_parser parser = argc >= 1 ? po::command_line_parser(argc, argv)
+                                             : po::command_line_parser(std::vector<std::string>());
+  po::parsed_options parsed =
+      parser.options(all).style(kCommandLineStyle).allow_unregistered().run();
+  WarnAboutSingleDash(parsed, all);
+  po::variables_map variables;
+  po::store(parsed, variables);
+  po::notify(variables);
+
+  if (variables.count("help")) {
+    PrintHelp(program_name, profile, general, behavior);
+    return 0;
+  }
+  if (values.backend.empty()) ReadConfigFile(values, profile, config);
+  LogSetup(4, kLogModuleOther);
+  LogSetFile(stderr);
+  InitRegistryBackend(values);
+  SetRegistryRoot(values.root);
+  std::vector<std::string_view> tokens = CollectCommandTokens(parsed, argc);
+
+  SystemEnvironment env;
+  env.verbose = variables.count("Verbose") > 0;
+  env.progress = variables.count("Progress") > 0;
+  env.ignore_errors = variables.count("IgnoreErrors") > 0;
+  env.max_db_connections = 1;
+  const std::string& spec = regkey::backend_specification;
+  if (spec.size() >= 11 && spec.compare(0, 11, "postgresql:") == 0) {
+    env.max_db_connections =
+        std::max<uint32_t>(1, std::min(values.max_db_connections, kMaxDBConnectionsLimit));
+  }
+  return RunCommands(tokens, env);
+}
+
+}  // namespace
+
+int HivectlMain(int argc, char** argv) {
+  try {
+    return RunHivectl(argc, argv);
+  } catch (const std::exception& e) {
+    std::cerr << "fatal: " << e.what() << "\n";
+    return 1;
+  }
+}

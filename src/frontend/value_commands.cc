@@ -1,0 +1,312 @@
+#include "frontend/value_commands.h"
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <istream>
+
+#include "frontend/value_parse.h"
+#include "registry/backend.h"
+#include "support/encoders.h"
+
+namespace {
+
+// Room kept behind the content while reading a file, and the chunk size.
+constexpr size_t kReadChunk = 4096;
+constexpr size_t kReadReserve = kReadChunk + 1;
+
+// The value as bytes followed by one NUL that the size does not count.
+std::unique_ptr<char[]> CopyWithNul(std::string_view token) {
+  auto block = std::make_unique<char[]>(token.size() + 1);
+  std::memcpy(block.get(), token.data(), token.size());
+  block[token.size()] = '\0';
+  return block;
+}
+
+// The shared part of copyv and renamev: reads the source value as stored and
+// writes it under the new name, creating the destination key if needed.
+// Null on success, else the failure text. `source` receives the source key.
+const char* CopyValue(const std::string& key_name, const std::string& value_name,
+                      const std::string& new_key_name, const std::string& new_value_name,
+                      regkey::KeyPtr& source) {
+  source = regkey::registry_backend->Create(registry_root, 0, false, key_name, false);
+  regkey::ValueBuffer value;
+  regkey::ValueType type = regkey::kTypeBin;
+  int64_t result = source->GetValue(value, &type, value_name.c_str());
+  if (result <= 0) return "backend operation failed (read source)\n";
+  regkey::KeyPtr destination =
+      regkey::registry_backend->Create(registry_root, 0, false, new_key_name, true);
+  if (!destination->SetValue(value.get(), static_cast<size_t>(result), type,
+                             new_value_name.c_str())) {
+    return "backend operation failed (write destination)\n";
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+bool GetCommand::ParseArguments(TokenCursor& cursor) {
+  return ReadKeyName(cursor, key_name) && ReadValueName(cursor, value_name);
+}
+
+bool GetCommand::Execute() {
+  regkey::KeyPtr key = regkey::registry_backend->Create(registry_root, 0, true, key_name, false);
+  regkey::ValueBuffer value;
+  regkey::ValueType type = regkey::kTypeBin;
+  int64_t result = key->GetValue(value, &type, value_name.c_str());
+  if (result <= 0) {
+    FailureStream(true) << "backend operation failed\n";
+    return false;
+  }
+  std::ostream& out = *env->output;
+  switch (type) {
+    case regkey::kTypeI32: {
+      uint32_t number = 0;
+      std::memcpy(&number, value.get(), sizeof number);
+      out << number << '\n';
+      break;
+    }
+    case regkey::kTypeI64: {
+      uint64_t number = 0;
+      std::memcpy(&number, value.get(), sizeof number);
+      out << number << '\n';
+      break;
+    }
+    case regkey::kTypeStr: {
+      size_t length = static_cast<size_t>(result) - 1;
+      out.write(value.get(), static_cast<std::streamsize>(length));
+      if (length == 0 || value.get()[length - 1] != '\n') out << '\n';
+      break;
+    }
+    case regkey::kTypeBin: {
+      size_t encoded_size = 0;
+      Base64Encode(value.get(), static_cast<size_t>(result), nullptr, encoded_size);
+      auto encoded = std::make_unique<char[]>(encoded_size + 1);
+      if (!Base64Encode(value.get(), static_cast<size_t>(result), encoded.get(), encoded_size)) {
+        FailureStream(true) << "base64 encode failed\n";
+        return false;
+      }
+      out.write(encoded.get(), static_cast<std::streamsize>(encoded_size));
+      out << '\n';
+      break;
+    }
+    default:
+      FailureStream(true) << "unexpected type: " << static_cast<int>(type) << '\n';
+      return false;
+  }
+  out.flush();
+  Note("completed");
+  return true;
+}
+
+bool SetCommand::ParseArguments(TokenCursor& cursor) {
+  if (!ReadKeyName(cursor, key_name) || !ReadValueName(cursor, value_name)) return false;
+  if (cursor.remaining == 0) {
+    FailureStream(true) << "type is not specified\n";
+    return false;
+  }
+  type = ParseSetType(*cursor.next);
+  if (type == kSetUnknown) {
+    FailureStream(true) << "unknown type '" << *cursor.next << "'\n";
+    return false;
+  }
+  ++cursor.next;
+  --cursor.remaining;
+  if (cursor.remaining == 0) {
+    FailureStream(true) << "value is not specified\n";
+    return false;
+  }
+  if (!ParseValueData(*cursor.next)) return false;
+  ++cursor.next;
+  --cursor.remaining;
+  return true;
+}
+
+bool SetCommand::ParseValueData(std::string_view token) {
+  switch (type) {
+    case kSetI32: {
+      uint32_t number = 0;
+      if (!ParseInt32(token, number)) {
+        FailureStream(true) << "can not parse '" << token << "' as a 32-bit integer\n";
+        return false;
+      }
+      size = sizeof number;
+      data = std::make_unique<char[]>(size);
+      std::memcpy(data.get(), &number, sizeof number);
+      return true;
+    }
+    case kSetI64: {
+      uint64_t number = 0;
+      if (!ParseInt64(token, number)) {
+        FailureStream(true) << "can not parse '" << token << "' as a 64-bit integer\n";
+        return false;
+      }
+      size = sizeof number;
+      data = std::make_unique<char[]>(size);
+      std::memcpy(data.get(), &number, sizeof number);
+      return true;
+    }
+    case kSetStr:
+    case kSetBin:
+      size = token.size();
+      data = CopyWithNul(token);
+      return true;
+    case kSetB16: {
+      size_t decoded_size = token.size() / 2;
+      auto decoded = std::make_unique<char[]>(decoded_size + 1);
+      std::function<std::ostream&()> failure = [this]() -> std::ostream& {
+        return FailureStream(true);
+      };
+      if (!Base16Decode(token.data(), token.size(),
+                        reinterpret_cast<unsigned char*>(decoded.get()), failure)) {
+        return false;
+      }
+      size = decoded_size;
+      data = std::move(decoded);
+      return true;
+    }
+    case kSetB64: {
+      size_t error_position = 0;
+      if (!Base64Validate(token.data(), token.size(), error_position)) {
+        FailureStream(true) << "base64 decode failed: invalid character '"
+                            << token[error_position] << "' in position " << error_position
+                            << '\n';
+        return false;
+      }
+      size_t decoded_size = 0;
+      Base64Decode(token.data(), token.size(), nullptr, decoded_size);
+      auto decoded = std::make_unique<char[]>(decoded_size + 1);
+      if (!Base64Decode(token.data(), token.size(), decoded.get(), decoded_size)) {
+        FailureStream(true) << "base64 decode failed\n";
+        return false;
+      }
+      size = decoded_size;
+      data = std::move(decoded);
+      return true;
+    }
+    default:  // fstr, fbin: read in Prepare
+      file_name.assign(token);
+      return true;
+  }
+}
+
+bool SetCommand::Prepare() {
+  if (file_name.empty()) return true;
+  std::unique_ptr<std::istream> file;
+  std::istream* stream = env->input;
+  if (file_name != "-") {
+    std::error_code error_code;
+    file = env->OpenInputFile(file_name.c_str(), error_code);
+    if (!file) {
+      ReportOpenFailure(file_name, error_code);
+      return false;
+    }
+    stream = file.get();
+  }
+  ReadStream(*stream);
+  if (type == kSetFstr) {
+    data[size] = '\0';
+    const void* nul = std::memchr(data.get(), '\0', size);
+    if (nul != nullptr) {
+      FailureStream(true) << "file '" << file_name << "' contains a null byte at position "
+                          << static_cast<const char*>(nul) - data.get()
+                          << " and can not be stored as a string\n";
+      return false;
+    }
+  }
+  Note("file/stdin parsing completed");
+  return true;
+}
+
+// Reads to the end of `stream` in chunks, growing the block by half its
+// capacity at a time, always keeping one byte free behind the content.
+void SetCommand::ReadStream(std::istream& stream) {
+  size = 0;
+  size_t capacity = kReadReserve;
+  data = std::make_unique<char[]>(capacity);
+  if (stream.eof()) return;
+  while (true) {
+    if (capacity < size + kReadReserve) {
+      size_t grown = std::max<size_t>(size + kReadReserve, capacity * 3 >> 1);
+      auto block = std::make_unique<char[]>(grown);
+      std::memcpy(block.get(), data.get(), size);
+      data = std::move(block);
+      capacity = grown;
+    }
+    stream.read(data.get() + size, kReadChunk);
+    size += static_cast<size_t>(stream.gcount());
+    if (stream.eof()) break;
+    // A stream that failed without reaching its end would never get there.
+    if (stream.fail()) break;
+  }
+}
+
+bool SetCommand::Execute() {
+  regkey::KeyPtr key = regkey::registry_backend->Create(registry_root, 0, false, key_name, true);
+  if (!key->SetValue(data.get(), size, SetTypeToValueType(type), value_name.c_str())) {
+    FailureStream(true) << "backend operation failed\n";
+    return false;
+  }
+  Note("completed");
+  return true;
+}
+
+bool ExistsCommand::ParseArguments(TokenCursor& cursor) {
+  return ReadKeyName(cursor, key_name) && ReadValueName(cursor, value_name);
+}
+
+bool ExistsCommand::Execute() {
+  regkey::KeyPtr key = regkey::registry_backend->Create(registry_root, 0, true, key_name, false);
+  *env->output << (key->CheckValueExists(value_name) ? "true\n" : "false\n");
+  env->output->flush();
+  Note("completed");
+  return true;
+}
+
+bool RemoveValueCommand::ParseArguments(TokenCursor& cursor) {
+  return ReadKeyName(cursor, key_name) && ReadValueName(cursor, value_name);
+}
+
+bool RemoveValueCommand::Execute() {
+  regkey::KeyPtr key = regkey::registry_backend->Create(registry_root, 0, false, key_name, false);
+  if (!key->RemoveValue(value_name)) {
+    FailureStream(true) << "backend operation failed\n";
+    return false;
+  }
+  Note("completed");
+  return true;
+}
+
+bool RenameValueCommand::ParseArguments(TokenCursor& cursor) {
+  return ReadKeyName(cursor, key_name) && ReadValueName(cursor, value_name) &&
+         ReadKeyName(cursor, new_key_name) && ReadValueName(cursor, new_value_name);
+}
+
+bool RenameValueCommand::Execute() {
+  regkey::KeyPtr source;
+  if (const char* failure = CopyValue(key_name, value_name, new_key_name, new_value_name, source)) {
+    FailureStream(true) << failure;
+    return false;
+  }
+  if (!source->RemoveValue(value_name)) {
+    FailureStream(true) << "backend operation failed (remove source)\n";
+    return false;
+  }
+  Note("completed");
+  return true;
+}
+
+bool CopyValueCommand::ParseArguments(TokenCursor& cursor) {
+  return ReadKeyName(cursor, key_name) && ReadValueName(cursor, value_name) &&
+         ReadKeyName(cursor, new_key_name) && ReadValueName(cursor, new_value_name);
+}
+
+bool CopyValueCommand::Execute() {
+  regkey::KeyPtr source;
+  if (const char* failure = CopyValue(key_name, value_name, new_key_name, new_value_name, source)) {
+    FailureStream(true) << failure;
+    return false;
+  }
+  Note("completed");
+  return true;
+}
