@@ -50,7 +50,8 @@ struct LogLineObject;
 class LogLine {
  public:
   LogLine(uint32_t level, uint32_t module);
-  ~LogLine();
+  // Writes the line. A failed lock of log_mutex throws std::system_error.
+  ~LogLine() noexcept(false);
   LogLine(const LogLine&) = delete;
   LogLine& operator=(const LogLine&) = delete;
 
