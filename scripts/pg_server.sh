@@ -11,13 +11,17 @@
 #   scripts/pg_server.sh stop DIR    stops the server and removes DIR
 #
 # DIR/env holds shell assignments to source:
-#   HIVECTL_PG_SPEC      backend specification of registry_test
+#   HIVECTL_PG_SPEC      backend specification of registry_test; it ends in
+#                        the database name, so that appending to it names
+#                        another database on the same server
 #   HIVECTL_PG_PSQL      psql command line on registry_test
 #   HIVECTL_PG_RESET     command that empties the registry of registry_test
 #   HIVECTL_PG_ADMIN     psql command line on the maintenance database
 #   HIVECTL_PG_TEMPLATE  name of the template database (tests clone it)
 #
-# With HIVECTL_PG_FAST=1 the server runs without fsync: for tests only.
+# The cluster's encoding is SQL_ASCII: str values are stored byte for byte,
+# as in the memory registry (a UTF8 database refuses bytes that are not
+# UTF-8). With HIVECTL_PG_FAST=1 the server runs without fsync: for tests only.
 # initdb refuses root, so as root the server runs as the postgres user.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -39,7 +43,7 @@ start)
   dir=$(cd "$dir" && pwd)
   [ "$(id -u)" = 0 ] && chown postgres: "$dir"
   as_server_user "$bindir/initdb" -D "$dir/data" -U postgres --auth=trust \
-    --encoding=UTF8 --locale=C.UTF-8 >"$dir/initdb.log"
+    --encoding=SQL_ASCII --locale=C >"$dir/initdb.log"
   settings=(-c listen_addresses= -c "unix_socket_directories=$dir" -p "$port"
             -c max_connections=300)
   if [ "${HIVECTL_PG_FAST:-0}" = 1 ]; then
@@ -53,7 +57,7 @@ start)
     $psql -d $db -f sql/registry.sql
   done
   cat >"$dir/env" <<EOF
-HIVECTL_PG_SPEC='postgresql:host=$dir;port=$port;dbname=registry_test;user=postgres;'
+HIVECTL_PG_SPEC='postgresql:host=$dir;port=$port;user=postgres;dbname=registry_test'
 HIVECTL_PG_PSQL='$psql -d registry_test'
 HIVECTL_PG_RESET='$psql -d registry_test -c "TRUNCATE registry.keys, registry.vals"'
 HIVECTL_PG_ADMIN='$psql -d postgres'
@@ -61,7 +65,7 @@ HIVECTL_PG_TEMPLATE=registry_template
 export HIVECTL_PG_SPEC HIVECTL_PG_PSQL HIVECTL_PG_RESET HIVECTL_PG_ADMIN HIVECTL_PG_TEMPLATE
 EOF
   echo "registry server running; backend specification:"
-  echo "  postgresql:host=$dir;port=$port;dbname=registry_test;user=postgres;"
+  echo "  postgresql:host=$dir;port=$port;user=postgres;dbname=registry_test"
   ;;
 stop)
   if [ -f "$dir/data/postmaster.pid" ]; then
