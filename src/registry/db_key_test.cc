@@ -386,6 +386,23 @@ TEST_F(DBKeyTest, NullRowsAreMissingValuesOrFailures) {
   }
 }
 
+TEST_F(DBKeyTest, SubkeyRowWithTrailingBackslashHasEmptyName) {
+  ASSERT_TRUE(Writable("k")->SetValue("x", 1, kTypeStr, "v"));
+  db_->Run("CREATE OR REPLACE FUNCTION registry.get_subkeys(p_path text) RETURNS SETOF text "
+           "LANGUAGE sql AS $$ VALUES ('k\\'), ('plain') $$");
+  KeyPtr key = ReadOnly("k");
+  std::string name = "unchanged";
+  ASSERT_TRUE(key->NextSubKeyName(name));
+  EXPECT_EQ(name, "");
+  ASSERT_TRUE(key->NextSubKeyName(name));
+  EXPECT_EQ(name, "plain");
+  key->ResetSubKeys();
+  KeyPtr odd = key->NextSubKey(true);
+  ASSERT_NE(odd, nullptr);
+  EXPECT_EQ(odd->GetName(), "");
+  EXPECT_EQ(key->NextSubKey(true)->GetName(), "plain");
+}
+
 TEST_F(DBKeyTest, ServerFailureEndsEnumerationAndLogs) {
   ASSERT_TRUE(Writable("k\\a")->SetValue("x", 1, kTypeStr, "v"));
   KeyPtr key = ReadOnly("k");
