@@ -67,8 +67,12 @@ bool ImportCommand::Prepare() {
     }
     if (env->progress) {
       file->seekg(0, std::ios::end);
-      total = static_cast<uint64_t>(file->tellg());
-      file->seekg(0, std::ios::beg);
+      const std::streamoff end = file->tellg();
+      if (end > 0) {
+        total = static_cast<uint64_t>(end);
+        file->seekg(0, std::ios::beg);
+      }
+      file->clear();  // a pipe cannot seek and has no size
     }
     in = file.get();
   }
