@@ -19,9 +19,9 @@
 #   HIVECTL_PG_ADMIN     psql command line on the maintenance database
 #   HIVECTL_PG_TEMPLATE  name of the template database (tests clone it)
 #
-# The cluster's encoding is SQL_ASCII: str values are stored byte for byte,
-# as in the memory registry (a UTF8 database refuses bytes that are not
-# UTF-8). With HIVECTL_PG_FAST=1 the server runs without fsync: for tests only.
+# The databases are UTF8, as a production registry would be: the server
+# refuses text that is not UTF-8 (the memory registry keeps any bytes).
+# With HIVECTL_PG_FAST=1 the server runs without fsync: for tests only.
 # initdb refuses root, so as root the server runs as the postgres user.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -43,7 +43,7 @@ start)
   dir=$(cd "$dir" && pwd)
   [ "$(id -u)" = 0 ] && chown postgres: "$dir"
   as_server_user "$bindir/initdb" -D "$dir/data" -U postgres --auth=trust \
-    --encoding=SQL_ASCII --locale=C >"$dir/initdb.log"
+    --encoding=UTF8 --locale=C.UTF-8 >"$dir/initdb.log"
   settings=(-c listen_addresses= -c "unix_socket_directories=$dir" -p "$port"
             -c max_connections=300)
   if [ "${HIVECTL_PG_FAST:-0}" = 1 ]; then
