@@ -3,6 +3,8 @@
 #include "frontend/key_commands.h"
 #include "frontend/show_command.h"
 #include "frontend/value_commands.h"
+#include "transfer/export_command.h"
+#include "transfer/import_command.h"
 
 std::string registry_root;
 
@@ -101,6 +103,10 @@ const Keyword kKeywords[] = {
     {"remove", "remove", &Make<RemoveKeyCommand>},
     {"rename", "rename", &Make<RenameKeyCommand>},
     {"copy", "copy", &Make<CopyKeyCommand>},
+    {"export", "export", &Make<ExportCommand>},
+    {"store", "export", &Make<ExportCommand>},
+    {"import", "import", &Make<ImportCommand>},
+    {"load", "import", &Make<ImportCommand>},
 };
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <utility>
 #include <vector>
 
+#include "registry/db_backend.h"
 #include "registry/memory_backend.h"
 
 namespace regkey {
@@ -20,11 +21,7 @@ bool StartsWith(std::string_view text, std::string_view prefix) {
 
 // The backend that `spec` names, not yet initialised; null for an unknown name.
 std::shared_ptr<Backend> ConstructBackend(std::string_view spec) {
-  if (StartsWith(spec, "postgresql:")) {
-    // The database backend is not built into this program yet: refuse
-    // rather than pretend to connect.
-    return nullptr;
-  }
+  if (StartsWith(spec, "postgresql:")) return std::make_shared<DBBackend>();
   if (StartsWith(spec, "memory:")) return std::make_shared<MemoryBackend>();
   return nullptr;
 }

@@ -1,0 +1,138 @@
+#!/usr/bin/env bash
+# Bulk transfer benchmark: import and export of a realistic registry CSV
+# (200,000 values in 20,000 keys of 3 to 5 levels; mostly strings of 5 to
+# 200 bytes, numbers, some binary values up to 2 KiB) on the memory backend
+# and on a throwaway PostgreSQL server, beside baselines on that server:
+# psql's \copy of the same rows into a plain table, a plain libpq loader
+# making the same add_value calls with the same number of connections, and
+# a plain sequential walk making the same get_values/get_subkeys calls.
+#
+#   bench/transfer_bench.sh [BUILD_DIR]      (default build)
+#
+# Environment: BENCH_PG_PORT (default 5441), BENCH_CONNECTIONS (default 32),
+# BENCH_PG_FAST=1 to run the server without fsync.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build=${1:-build}
+connections=${BENCH_CONNECTIONS:-32}
+scripts/build.sh "$build" >/dev/null
+tool=$build/qv_hivectl
+baseline=$build/transfer_baseline
+work=$(mktemp -d /tmp/transfer-bench.XXXXXX)
+chmod 755 "$work"
+pgdir=$work/pg
+trap 'scripts/pg_server.sh stop "$pgdir" >/dev/null 2>&1 || true; rm -rf "$work"' EXIT
+
+csv=$work/registry.csv
+python3 - "$csv" <<'PY'
+import base64, random, sys
+random.seed(42)
+WORDS = ['room', 'Conference', 'alpha', 'beta', 'gateway', 'codec', 'H.264', 'SIP',
+         'user@example.org', 'a, b', 'say "hi"', 'caf\u00e9', '10.0.0.1', 'enabled']
+def quote(s):
+    if any(c in s for c in ',"\r\n'):
+        return '"' + s.replace('"', '""') + '"'
+    return s
+def text(low, high):
+    n = random.randint(low, high)
+    out = ''
+    while len(out) < n:
+        out += random.choice(WORDS) + ' '
+    return out[:n]
+with open(sys.argv[1], 'w', encoding='utf-8', newline='') as f:
+    f.write('KNAME,VNAME,TYPE,VALUE\n')
+    for k in range(20000):
+        depth = 3 + k % 3
+        parts = ['Group%d' % (k % 20), 'Section%d' % (k % 400), 'Item%d' % k,
+                 'Detail%d' % (k % 7), 'Leaf%d' % (k % 5)][:depth]
+        key = quote('\\'.join(parts))
+        for v in range(10):
+            name = quote('Value %d' % v)
+            r = random.random()
+            if r < 0.70:
+                row = 'str,' + quote(text(5, 200))
+            elif r < 0.85:
+                row = 'i32,%d' % random.randint(0, 2**32 - 1)
+            elif r < 0.92:
+                row = 'i64,%d' % random.randint(0, 2**64 - 1)
+            elif r < 0.96:
+                data = bytes(random.randint(0, 255) for _ in range(random.randint(1, 2048)))
+                row = 'b64,' + base64.b64encode(data + b'\x01').decode()
+            else:
+                row = 'bin,' + quote(text(1, 2048))
+            f.write('%s,%s,%s\n' % (key, name, row))
+PY
+csv_bytes=$(stat -c %s "$csv")
+rows=$(( $(python3 -c "import csv,sys; csv.field_size_limit(10**7); print(sum(1 for _ in csv.reader(open(sys.argv[1], newline=''))))" "$csv") - 1 ))
+printf 'CSV: %d rows, %d bytes (%.1f MB)\n' "$rows" "$csv_bytes" "$(echo "$csv_bytes / 1048576" | bc -l)"
+
+# timed LABEL COMMAND...: wall seconds and peak RSS (KiB) into $t_sec, $t_kb.
+timed() {
+  local label=$1; shift
+  /usr/bin/time -f '%e %M' -o "$work/time" "$@" >"$work/out" 2>"$work/err" ||
+    { echo "$label failed:"; cat "$work/err"; exit 1; }
+  read -r t_sec t_kb <"$work/time"
+}
+rate() { echo "$rows / $1" | bc; }
+report() {  # LABEL SECONDS [KB]
+  if [ -n "${3:-}" ]; then
+    printf '%-44s %7.2f s %9d rows/s  peak RSS %6.1f MB (%.2fx CSV)\n' "$1" "$2" "$(rate "$2")" \
+      "$(echo "$3 / 1024" | bc -l)" "$(echo "$3 * 1024 / $csv_bytes" | bc -l)"
+  else
+    printf '%-44s %7.2f s %9d rows/s\n' "$1" "$2" "$(rate "$2")"
+  fi
+}
+best=
+keep_best() { if [ -z "$best" ] || (( $(echo "$1 < $best" | bc) )); then best=$1; fi; }
+
+echo "== memory backend (best of 3)"
+best=; for _ in 1 2 3; do timed import "$tool" --Backend memory: --Root Bench import K "$csv"; keep_best "$t_sec"; done
+import_sec=$best; import_kb=$t_kb
+report "import" "$import_sec" "$import_kb"
+best=; for _ in 1 2 3; do timed both "$tool" --Backend memory: --Root Bench import K "$csv" export K "$work/mem.csv"; keep_best "$t_sec"; done
+report "export (import+export run minus import run)" "$(echo "$best - $import_sec" | bc -l)"
+report "  import+export run" "$best"
+cmp <(sort "$csv") <(sort "$work/mem.csv") >/dev/null && echo "  export matches the input (as sorted lines)"
+
+echo "== PostgreSQL 15 (${connections} connections; fsync ${BENCH_PG_FAST:+off}${BENCH_PG_FAST:-on})"
+HIVECTL_PG_PORT=${BENCH_PG_PORT:-5441} HIVECTL_PG_FAST=${BENCH_PG_FAST:-0} \
+  scripts/pg_server.sh start "$pgdir" >/dev/null
+# shellcheck disable=SC1091
+source "$pgdir/env"
+conninfo=$(echo "$HIVECTL_PG_SPEC" | sed 's/^postgresql://; s/;/ /g')
+reset() { eval "$HIVECTL_PG_RESET" >/dev/null; }
+count() { eval "$HIVECTL_PG_PSQL -Atc \"SELECT count(*) FROM registry.vals\""; }
+
+reset
+timed import "$tool" --Backend "$HIVECTL_PG_SPEC" --MaxDBConnections "$connections" --Root Bench import K "$csv"
+[ "$(count)" = "$rows" ] || { echo "import stored $(count) values"; exit 1; }
+import_sec=$t_sec
+report "import, $connections workers" "$t_sec" "$t_kb"
+timed export "$tool" --Backend "$HIVECTL_PG_SPEC" --Root Bench export K "$work/pg.csv"
+export_sec=$t_sec
+report "export" "$t_sec" "$t_kb"
+cmp <(sort "$csv") <(sort "$work/pg.csv") >/dev/null && echo "  export matches the input (as sorted lines)"
+timed walk "$baseline" walk "$conninfo" 'Bench\K'
+walk_sec=$t_sec
+report "baseline: sequential walk, 1 connection" "$t_sec"
+
+reset
+timed loader "$baseline" load "$conninfo" 'Bench\K' "$csv" "$connections"
+[ "$(count)" = "$rows" ] || { echo "loader stored $(count) values"; exit 1; }
+loader_sec=$t_sec
+report "baseline: per-row loader, $connections connections" "$t_sec" "$t_kb"
+
+eval "$HIVECTL_PG_PSQL -c 'CREATE TABLE bench_copy (kname text, vname text, type text, value text)'"
+copy_cmd="\\copy bench_copy FROM '$csv' WITH (FORMAT csv, HEADER true)"
+timed copy bash -c "$HIVECTL_PG_PSQL -c \"$copy_cmd\""
+report "baseline: psql \\copy into a plain table" "$t_sec"
+
+reset
+timed sync_off "$tool" --Backend "${HIVECTL_PG_SPEC}options='-c synchronous_commit=off';" \
+  --MaxDBConnections "$connections" --Root Bench import K "$csv"
+[ "$(count)" = "$rows" ] || { echo "import stored $(count) values"; exit 1; }
+report "import, $connections workers, synchronous_commit=off" "$t_sec" "$t_kb"
+
+echo "== goals"
+printf 'import rate / loader rate:  %5.1f%%  (goal >= 90%%)\n' "$(echo "100 * $loader_sec / $import_sec" | bc -l)"
+printf 'export rate / walk rate:    %5.1f%%  (goal >= 90%%)\n' "$(echo "100 * $walk_sec / $export_sec" | bc -l)"

@@ -1,0 +1,41 @@
+// An Environment for unit tests: string streams instead of the standard
+// streams, and files from a map instead of the file system.
+#ifndef HIVECTL_TRANSFER_TEST_ENVIRONMENT_H_
+#define HIVECTL_TRANSFER_TEST_ENVIRONMENT_H_
+
+#include <cerrno>
+#include <map>
+#include <memory>
+#include <sstream>
+#include <string>
+
+#include "frontend/environment.h"
+
+class TestEnvironment final : public Environment {
+ public:
+  TestEnvironment() {
+    output = &out;
+    error = &err;
+    input = &in;
+  }
+  std::unique_ptr<std::istream> OpenInputFile(const char* path,
+                                              std::error_code& error_code) override {
+    auto found = files.find(path);
+    if (found == files.end()) {
+      error_code = std::error_code(ENOENT, std::system_category());
+      return nullptr;
+    }
+    return std::make_unique<std::istringstream>(found->second);
+  }
+  std::unique_ptr<std::ostream> OpenOutputFile(const char*, std::error_code& error_code) override {
+    error_code = std::error_code(EACCES, std::system_category());
+    return nullptr;
+  }
+
+  std::ostringstream out;
+  std::ostringstream err;
+  std::istringstream in;
+  std::map<std::string, std::string> files;
+};
+
+#endif  // HIVECTL_TRANSFER_TEST_ENVIRONMENT_H_
