@@ -11,12 +11,16 @@
 #   scripts/pg_server.sh stop DIR    stops the server and removes DIR
 #
 # DIR/env holds shell assignments to source:
-#   HIVECTL_PG_SPEC      backend specification of registry_test
+#   HIVECTL_PG_SPEC      backend specification of registry_test; it ends in
+#                        the database name, so that appending to it names
+#                        another database on the same server
 #   HIVECTL_PG_PSQL      psql command line on registry_test
 #   HIVECTL_PG_RESET     command that empties the registry of registry_test
 #   HIVECTL_PG_ADMIN     psql command line on the maintenance database
 #   HIVECTL_PG_TEMPLATE  name of the template database (tests clone it)
 #
+# The databases are UTF8, as a production registry would be: the server
+# refuses text that is not UTF-8 (the memory registry keeps any bytes).
 # With HIVECTL_PG_FAST=1 the server runs without fsync: for tests only.
 # initdb refuses root, so as root the server runs as the postgres user.
 set -euo pipefail
@@ -53,7 +57,7 @@ start)
     $psql -d $db -f sql/registry.sql
   done
   cat >"$dir/env" <<EOF
-HIVECTL_PG_SPEC='postgresql:host=$dir;port=$port;dbname=registry_test;user=postgres;'
+HIVECTL_PG_SPEC='postgresql:host=$dir;port=$port;user=postgres;dbname=registry_test'
 HIVECTL_PG_PSQL='$psql -d registry_test'
 HIVECTL_PG_RESET='$psql -d registry_test -c "TRUNCATE registry.keys, registry.vals"'
 HIVECTL_PG_ADMIN='$psql -d postgres'
@@ -61,7 +65,7 @@ HIVECTL_PG_TEMPLATE=registry_template
 export HIVECTL_PG_SPEC HIVECTL_PG_PSQL HIVECTL_PG_RESET HIVECTL_PG_ADMIN HIVECTL_PG_TEMPLATE
 EOF
   echo "registry server running; backend specification:"
-  echo "  postgresql:host=$dir;port=$port;dbname=registry_test;user=postgres;"
+  echo "  postgresql:host=$dir;port=$port;user=postgres;dbname=registry_test"
   ;;
 stop)
   if [ -f "$dir/data/postmaster.pid" ]; then

@@ -72,6 +72,7 @@ class ProbeCommand final : public CommandBase {
   using CommandBase::FailureStream;
   using CommandBase::key_name;
   using CommandBase::Note;
+  using CommandBase::ReadFileName;
   using CommandBase::ReadKeyName;
   using CommandBase::ReadValueName;
   using CommandBase::value_name;
@@ -155,6 +156,19 @@ TEST(ReadKeyNameTest, RefusesBackslashAtEitherEndWithoutMoving) {
             "fatal: get: key name is not specified\nfatal: get: value name is not specified\n");
 }
 
+TEST(ReadFileNameTest, TakesAnyTokenButNeedsOne) {
+  FakeEnvironment env;
+  ProbeCommand probe("export", &env);
+  probe.key_name = "k";
+  const std::string_view tokens[] = {""};
+  TokenCursor cursor{tokens, 1};
+  std::string target = "old";
+  EXPECT_TRUE(probe.ReadFileName(cursor, target));
+  EXPECT_EQ(target, "");
+  EXPECT_FALSE(probe.ReadFileName(cursor, target));
+  EXPECT_EQ(env.err.str(), "fatal: export 'k': file is not specified\n");
+}
+
 TEST(ReadValueNameTest, TakesAnything) {
   FakeEnvironment env;
   ProbeCommand probe("get", &env);
@@ -174,6 +188,15 @@ TEST(ParseCommandTest, UnknownAndCaseSensitiveKeywords) {
     Line line({word, "a", "b"});
     EXPECT_FALSE(line.ParseAll(env)) << word;
     EXPECT_EQ(line.consumed(), 0u);
+    EXPECT_EQ(env.err.str(), std::string("fatal: unknown command '") + word + "'\n");
+  }
+}
+
+TEST(ParseCommandTest, KeywordsMatchWholeTokens) {
+  for (const char* word : {"ge", "gets", "Show", "-Verbose", "get "}) {
+    FakeEnvironment env;
+    Line line({word, "a", "b"});
+    EXPECT_FALSE(line.ParseAll(env)) << word;
     EXPECT_EQ(env.err.str(), std::string("fatal: unknown command '") + word + "'\n");
   }
 }

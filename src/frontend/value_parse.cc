@@ -1,6 +1,5 @@
 #include "frontend/value_parse.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 

@@ -344,9 +344,11 @@ void DBKey::LoadValues() {
   if (!values_stale) return;
   values_stale = false;
   values = cppdb::result();
+  values_fetched = false;
   if (!session.is_open()) return;
   try {
     values = session.prepare(sql::kGetValues).bind(path.c_str()).query();
+    values_fetched = true;
   } catch (const cppdb::cppdb_error& error) {
     LogDBFailure(4, "LoadValues", error);
   }
@@ -354,7 +356,7 @@ void DBKey::LoadValues() {
 
 bool DBKey::NextValueRow(std::string& name, int& code, std::string& text) {
   LoadValues();
-  if (!values.next()) return false;
+  if (!values_fetched || !values.next()) return false;
   unsigned short wire = 0;
   if (!values.fetch(0, name) || !values.fetch(1, wire) || !values.fetch(2, text)) return false;
   code = wire;
@@ -389,9 +391,11 @@ void DBKey::ListSubkeys() {
   if (!subkeys_stale) return;
   subkeys_stale = false;
   subkeys = cppdb::result();
+  subkeys_fetched = false;
   if (!session.is_open()) return;
   try {
     subkeys = session.prepare(sql::kGetSubkeys).bind(path.c_str()).query();
+    subkeys_fetched = true;
   } catch (const cppdb::cppdb_error& error) {
     LogDBFailure(4, "ListSubkeys", error);
   }
@@ -400,7 +404,7 @@ void DBKey::ListSubkeys() {
 KeyPtr DBKey::NextSubKey(bool read_only_subkey) {
   ListSubkeys();
   std::string subkey_path;
-  if (!subkeys.next() || !subkeys.fetch(0, subkey_path)) return KeyPtr();
+  if (!subkeys_fetched || !subkeys.next() || !subkeys.fetch(0, subkey_path)) return KeyPtr();
   KeyPtr key(new DBKey(backend, std::move(subkey_path), read_only_subkey, false));
   if (!key->IsValid()) return KeyPtr();
   return key;
@@ -408,7 +412,7 @@ KeyPtr DBKey::NextSubKey(bool read_only_subkey) {
 
 bool DBKey::NextSubKeyName(std::string& name) {
   ListSubkeys();
-  if (!subkeys.next() || !subkeys.fetch(0, name)) return false;
+  if (!subkeys_fetched || !subkeys.next() || !subkeys.fetch(0, name)) return false;
   size_t slash = name.rfind('\\');
   if (slash != std::string::npos) name.erase(0, slash + 1);
   return true;

@@ -94,6 +94,10 @@ class DBKey final : public Key {
   bool subkeys_stale = true;
   cppdb::result values;
   cppdb::result subkeys;
+  // Whether `values` / `subkeys` hold the rows of a query: cppdb's result
+  // cannot be stepped before it does.
+  bool values_fetched = false;
+  bool subkeys_fetched = false;
 };
 
 }  // namespace regkey

@@ -84,8 +84,8 @@ uint32_t InitialPoolSize() {
   const uint32_t size = std::max(std::thread::hardware_concurrency(), 8u);
   return std::min(size, kLinePoolSlots);
 }
-// Zero, hence no pooling, for a line logged during static initialisation
-// before this is set.
+// Zero until set: a line logged during static initialisation before then
+// uses slot 0 only.
 const uint32_t line_pool_size = InitialPoolSize();
 
 struct PoolTeardown {
@@ -175,7 +175,7 @@ void FormatDate(int64_t second, char* out) {
     std::memset(out, '?', kDateSize);
     return;
   }
-  const int year = (local.tm_year + 1900) % 10000;
+  const int year = std::clamp(local.tm_year + 1900, 0, 9999);
   PutPair(out, local.tm_mday);
   out[2] = '/';
   PutPair(out + 3, local.tm_mon + 1);

@@ -506,6 +506,32 @@ TEST_F(LogTest, ConcurrentLinesStayWhole) {
   for (int t = 0; t < kThreads; ++t) EXPECT_EQ(next_line[t], kLinesPerThread);
 }
 
+// A line logged by an exit handler that runs after the log's own teardown.
+std::atomic<bool> log_at_exit{false};
+void LogLateLine() {
+  if (log_at_exit) LogLine(0, kLogModuleOther) << "late line";
+}
+// Registered before any static object exists, so it runs after their
+// destructors, the pool's teardown included.
+__attribute__((constructor(101))) void RegisterLateLine() { atexit(LogLateLine); }
+
+TEST(LogDeathTest, LineAfterTeardownAtExit) {
+  EXPECT_EXIT(
+      {
+        LogSetFile(stderr);
+        LogSetup(1, kLogModuleOther);
+        {
+          // Two lines open at once leave one object cached, one pooled.
+          LogLine outer(1, kLogModuleOther);
+          { LogLine(1, kLogModuleOther) << "inner"; }
+          outer << "outer";
+        }
+        log_at_exit = true;
+        exit(0);
+      },
+      ::testing::ExitedWithCode(0), "inner\n.*outer\n.*late line\n$");
+}
+
 // The stream buffer itself: seeking stays inside the area.
 TEST(OmembufTest, SeekingAndFullArea) {
   char area[8];
