@@ -140,7 +140,7 @@ timed copy bash -c "$HIVECTL_PG_PSQL -c \"$copy_cmd\""
 report "baseline: psql \\copy into a plain table" "$t_sec"
 
 reset
-timed sync_off "$tool" --Backend "${HIVECTL_PG_SPEC}options='-c synchronous_commit=off';" \
+timed sync_off "$tool" --Backend "${HIVECTL_PG_SPEC%;};options='-c synchronous_commit=off'" \
   --MaxDBConnections "$connections" --Root Bench import K "$csv"
 [ "$(count)" = "$rows" ] || { echo "import stored $(count) values"; exit 1; }
 report "import, $connections workers, synchronous_commit=off" "$t_sec" "$t_kb"
