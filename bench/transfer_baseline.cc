@@ -1,17 +1,22 @@
 // Baselines for bench/transfer_bench.sh, straight on libpq:
 //
-//   transfer_baseline load CONNINFO ROOT FILE CONNECTIONS
+//   transfer_baseline load CONNINFO ROOT FILE CONNECTIONS [batched]
 //     parses FILE with the registry CSV reader, then makes the same
 //     registry.add_value calls as the import command, one per row, from
 //     CONNECTIONS threads that each take a contiguous share of the rows in
-//     file order.
-//   transfer_baseline walk CONNINFO PATH
-//     one connection, depth first: registry.get_values and
-//     registry.get_subkeys for every key below PATH, as an export makes them.
+//     file order; with "batched" the rows are sorted by key and the threads
+//     claim batches of 512 through one atomic index, as the import does.
+//   transfer_baseline walk CONNINFO PATH [per-level]
+//     depth first: registry.get_values and registry.get_subkeys for every
+//     key below PATH, as an export makes them; on one connection, or with
+//     "per-level" on one connection per tree level, as the export's keys
+//     hold them.
 //
 // Prints "rows=N seconds=S" for the timed phase on stdout.
 #include <postgresql/libpq-fe.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cinttypes>
 #include <cstdio>
@@ -89,25 +94,43 @@ WireRow ToWire(const std::string& root, const ImportRow& row) {
   return wire;
 }
 
-void LoadShare(const char* conninfo, const std::vector<WireRow>& rows, size_t first, size_t last) {
+void AddValue(PGconn* connection, const WireRow& row) {
+  const char* params[4] = {row.path.c_str(), row.name.c_str(), row.code.c_str(),
+                           row.text.c_str()};
+  PGresult* result = PQexecPrepared(connection, "add", 4, params, nullptr, nullptr, 0);
+  if (PQresultStatus(result) != PGRES_TUPLES_OK) {
+    std::cerr << "add_value: " << PQerrorMessage(connection);
+    std::exit(1);
+  }
+  PQclear(result);
+}
+
+PGconn* LoadConnection(const char* conninfo) {
   PGconn* connection = Connect(conninfo);
-  PGresult* prepared =
-      PQprepare(connection, "add", "SELECT registry.add_value($1,$2,$3,$4);", 4, nullptr);
-  PQclear(prepared);
-  for (size_t i = first; i < last; ++i) {
-    const char* params[4] = {rows[i].path.c_str(), rows[i].name.c_str(), rows[i].code.c_str(),
-                             rows[i].text.c_str()};
-    PGresult* result = PQexecPrepared(connection, "add", 4, params, nullptr, nullptr, 0);
-    if (PQresultStatus(result) != PGRES_TUPLES_OK) {
-      std::cerr << "add_value: " << PQerrorMessage(connection);
-      std::exit(1);
-    }
-    PQclear(result);
+  PQclear(PQprepare(connection, "add", "SELECT registry.add_value($1,$2,$3,$4);", 4, nullptr));
+  return connection;
+}
+
+void LoadShare(const char* conninfo, const std::vector<WireRow>& rows, size_t first, size_t last) {
+  PGconn* connection = LoadConnection(conninfo);
+  for (size_t i = first; i < last; ++i) AddValue(connection, rows[i]);
+  PQfinish(connection);
+}
+
+void LoadBatches(const char* conninfo, const std::vector<WireRow>& rows,
+                 std::atomic<size_t>& next_row) {
+  PGconn* connection = LoadConnection(conninfo);
+  while (true) {
+    const size_t first = next_row.fetch_add(512);
+    if (first >= rows.size()) break;
+    const size_t last = std::min(rows.size(), first + 512);
+    for (size_t i = first; i < last; ++i) AddValue(connection, rows[i]);
   }
   PQfinish(connection);
 }
 
-int Load(const char* conninfo, const std::string& root, const char* file, int connections) {
+int Load(const char* conninfo, const std::string& root, const char* file, int connections,
+         bool batched) {
   auto start = std::chrono::steady_clock::now();
   std::vector<ImportRow> rows;
   if (!ReadRows(file, rows)) return 1;
@@ -115,8 +138,17 @@ int Load(const char* conninfo, const std::string& root, const char* file, int co
   wire.reserve(rows.size());
   for (const ImportRow& row : rows) wire.push_back(ToWire(root, row));
   std::vector<std::thread> threads;
+  std::atomic<size_t> next_row{0};
+  if (batched) {
+    std::sort(wire.begin(), wire.end(),
+              [](const WireRow& a, const WireRow& b) { return a.path < b.path; });
+  }
   const size_t share = (wire.size() + connections - 1) / connections;
   for (int t = 0; t < connections; ++t) {
+    if (batched) {
+      threads.emplace_back(LoadBatches, conninfo, std::cref(wire), std::ref(next_row));
+      continue;
+    }
     size_t first = std::min(wire.size(), t * share);
     size_t last = std::min(wire.size(), first + share);
     threads.emplace_back(LoadShare, conninfo, std::cref(wire), first, last);
@@ -126,41 +158,62 @@ int Load(const char* conninfo, const std::string& root, const char* file, int co
   return 0;
 }
 
-// Rows seen below `path`; `bytes` adds up the value texts read.
-size_t Walk(PGconn* connection, const std::string& path, size_t& bytes) {
-  const char* params[1] = {path.c_str()};
-  PGresult* values = PQexecPrepared(connection, "values", 1, params, nullptr, nullptr, 0);
-  size_t rows = PQntuples(values);
-  for (size_t i = 0; i < rows; ++i) bytes += std::strlen(PQgetvalue(values, i, 2));
-  PQclear(values);
-  PGresult* subkeys = PQexecPrepared(connection, "subkeys", 1, params, nullptr, nullptr, 0);
-  std::vector<std::string> children;
-  for (int i = 0; i < PQntuples(subkeys); ++i) children.emplace_back(PQgetvalue(subkeys, i, 0));
-  PQclear(subkeys);
-  for (const std::string& child : children) rows += Walk(connection, child, bytes);
-  return rows;
-}
-
-int WalkTree(const char* conninfo, const std::string& path) {
-  auto start = std::chrono::steady_clock::now();
+PGconn* WalkConnection(const char* conninfo) {
   PGconn* connection = Connect(conninfo);
   PQclear(PQprepare(connection, "values", "SELECT * FROM registry.get_values($1);", 1, nullptr));
   PQclear(PQprepare(connection, "subkeys", "SELECT registry.get_subkeys($1);", 1, nullptr));
+  return connection;
+}
+
+struct Walker {
+  const char* conninfo;
+  bool per_level;
+  std::vector<PGconn*> connections;
   size_t bytes = 0;
-  size_t rows = Walk(connection, path, bytes);
-  PQfinish(connection);
-  std::cout << "rows=" << rows << " bytes=" << bytes << " seconds=" << Seconds(start) << "\n";
+
+  PGconn* At(size_t depth) {
+    if (!per_level) depth = 0;
+    while (connections.size() <= depth) connections.push_back(WalkConnection(conninfo));
+    return connections[depth];
+  }
+  // Rows seen below `path`.
+  size_t Walk(const std::string& path, size_t depth) {
+    PGconn* connection = At(depth);
+    const char* params[1] = {path.c_str()};
+    PGresult* values = PQexecPrepared(connection, "values", 1, params, nullptr, nullptr, 0);
+    size_t rows = PQntuples(values);
+    for (size_t i = 0; i < rows; ++i) bytes += std::strlen(PQgetvalue(values, i, 2));
+    PQclear(values);
+    PGresult* subkeys = PQexecPrepared(connection, "subkeys", 1, params, nullptr, nullptr, 0);
+    std::vector<std::string> children;
+    for (int i = 0; i < PQntuples(subkeys); ++i) children.emplace_back(PQgetvalue(subkeys, i, 0));
+    PQclear(subkeys);
+    for (const std::string& child : children) rows += Walk(child, depth + 1);
+    return rows;
+  }
+};
+
+int WalkTree(const char* conninfo, const std::string& path, bool per_level) {
+  auto start = std::chrono::steady_clock::now();
+  Walker walker{conninfo, per_level, {}};
+  size_t rows = walker.Walk(path, 0);
+  for (PGconn* connection : walker.connections) PQfinish(connection);
+  std::cout << "rows=" << rows << " bytes=" << walker.bytes << " connections="
+            << walker.connections.size() << " seconds=" << Seconds(start) << "\n";
   return 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc == 6 && std::string(argv[1]) == "load") {
-    return Load(argv[2], argv[3], argv[4], std::atoi(argv[5]));
+  if ((argc == 6 || argc == 7) && std::string(argv[1]) == "load") {
+    return Load(argv[2], argv[3], argv[4], std::atoi(argv[5]),
+                argc == 7 && std::string(argv[6]) == "batched");
   }
-  if (argc == 4 && std::string(argv[1]) == "walk") return WalkTree(argv[2], argv[3]);
-  std::cerr << "usage: transfer_baseline load CONNINFO ROOT FILE CONNECTIONS\n"
-               "       transfer_baseline walk CONNINFO PATH\n";
+  if ((argc == 4 || argc == 5) && std::string(argv[1]) == "walk") {
+    return WalkTree(argv[2], argv[3], argc == 5 && std::string(argv[4]) == "per-level");
+  }
+  std::cerr << "usage: transfer_baseline load CONNINFO ROOT FILE CONNECTIONS [batched]\n"
+               "       transfer_baseline walk CONNINFO PATH [per-level]\n";
   return 2;
 }
