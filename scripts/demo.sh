@@ -21,4 +21,5 @@ build/qv_hivectl --Backend memory: --Root Demo --Verbose \
   rename 'Backup\Rooms' 'Backup\Halls' \
   removev Conf Raw exists Conf Raw \
   show Backup show 'Backup\Halls\101' \
-  remove Backup exists Backup Title
+  remove Backup exists Backup Title \
+  export Conf -
