@@ -9,6 +9,7 @@
 
 #include "registry/conversions.h"
 #include "registry/db_backend.h"
+#include "registry/key_paths.h"
 #include "support/encoders.h"
 #include "support/log.h"
 
@@ -27,22 +28,6 @@ std::string CollapseBackslashes(std::string_view text) {
 
 bool HasOuterBackslash(std::string_view text) {
   return !text.empty() && (text.front() == '\\' || text.back() == '\\');
-}
-
-char FoldAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
-enum class PathRelation { kSame, kNested, kApart };
-
-// Byte-wise with A-Z folded: the same path, one a proper ancestor of the
-// other (it matches all through and the other goes on with a backslash), or
-// neither.
-PathRelation ComparePaths(std::string_view a, std::string_view b) {
-  size_t i = 0;
-  while (i < a.size() && i < b.size() && FoldAscii(a[i]) == FoldAscii(b[i])) ++i;
-  if (i == a.size() && i == b.size()) return PathRelation::kSame;
-  if (i == a.size() && b[i] == '\\') return PathRelation::kNested;
-  if (i == b.size() && i < a.size() && a[i] == '\\') return PathRelation::kNested;
-  return PathRelation::kApart;
 }
 
 // Reads column `col` of the current row; NULL is an error.

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "registry/conversions.h"
+#include "registry/key_paths.h"
 #include "support/log.h"
 
 namespace regkey {
@@ -59,21 +60,6 @@ std::shared_ptr<Node> WalkAll(std::shared_ptr<Node> node, std::string_view path,
   std::string leaf;
   node = WalkToParent(std::move(node), path, create, leaf);
   return node == nullptr ? nullptr : node->FindSubKey(leaf, create);
-}
-
-char FoldCase(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
-
-enum class PathRelation { kSame, kNested, kApart };
-
-// Compares two relative paths with A-Z folded: the same path, one a proper
-// ancestor of the other, or neither.
-PathRelation ComparePaths(std::string_view from, std::string_view to) {
-  size_t i = 0;
-  while (i < from.size() && i < to.size() && FoldCase(from[i]) == FoldCase(to[i])) ++i;
-  if (i == from.size() && i == to.size()) return PathRelation::kSame;
-  if (i == to.size() && from[i] == '\\') return PathRelation::kNested;
-  if (i == from.size() && to[i] == '\\') return PathRelation::kNested;
-  return PathRelation::kApart;
 }
 
 // The text form of a value: false for bin and empty, leaving `out` alone.
@@ -237,19 +223,21 @@ bool MemoryKey::RemoveKey(std::string_view path) {
   return true;
 }
 
-bool MemoryKey::RenameKey(std::string_view from, std::string_view to) {
+bool MemoryKey::DecidedBeforeMove(const char* operation, std::string_view from,
+                                  std::string_view to, bool& answer) {
   if (read_only_) {
-    LogReadOnlyRefusal("RenameKey '", from, "'->'", to, "' on read-only key '", name_, "'");
-    return false;
+    LogReadOnlyRefusal(operation, " '", from, "'->'", to, "' on read-only key '", name_, "'");
+    answer = false;
+    return true;
   }
-  switch (ComparePaths(from, to)) {
-    case PathRelation::kSame:
-      return true;
-    case PathRelation::kNested:
-      return false;
-    case PathRelation::kApart:
-      break;
-  }
+  const PathRelation relation = ComparePaths(from, to);
+  answer = relation == PathRelation::kSame;
+  return relation != PathRelation::kApart;
+}
+
+bool MemoryKey::RenameKey(std::string_view from, std::string_view to) {
+  bool answer;
+  if (DecidedBeforeMove("RenameKey", from, to, answer)) return answer;
   std::string leaf;
   std::shared_ptr<Node> source_parent = WalkToParent(node_, from, false, leaf);
   if (source_parent == nullptr) return false;
@@ -261,18 +249,8 @@ bool MemoryKey::RenameKey(std::string_view from, std::string_view to) {
 }
 
 bool MemoryKey::CopyKey(std::string_view from, std::string_view to) {
-  if (read_only_) {
-    LogReadOnlyRefusal("CopyKey '", from, "'->'", to, "' on read-only key '", name_, "'");
-    return false;
-  }
-  switch (ComparePaths(from, to)) {
-    case PathRelation::kSame:
-      return true;
-    case PathRelation::kNested:
-      return false;
-    case PathRelation::kApart:
-      break;
-  }
+  bool answer;
+  if (DecidedBeforeMove("CopyKey", from, to, answer)) return answer;
   std::shared_ptr<Node> source = WalkAll(node_, from, false);
   if (source == nullptr) return false;
   std::shared_ptr<Node> target = WalkAll(node_, to, true);

@@ -82,6 +82,11 @@ class MemoryKey final : public Key {
   std::string GetDefaultString() override;
 
  private:
+  // The read-only refusal and the textual path test of RenameKey and
+  // CopyKey; true, with `answer` set, when they decide the operation.
+  bool DecidedBeforeMove(const char* operation, std::string_view from, std::string_view to,
+                         bool& answer);
+
   // Constant after construction.
   const std::shared_ptr<Node> node_;
   const std::string name_;
