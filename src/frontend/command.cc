@@ -73,6 +73,15 @@ void CommandBase::Note(std::string_view text) {
   *env->error << text << '\n';
 }
 
+bool CommandBase::ReportBackendResult(bool succeeded) {
+  if (!succeeded) {
+    FailureStream(true) << "backend operation failed\n";
+    return false;
+  }
+  Note("completed");
+  return true;
+}
+
 void CommandBase::ReportOpenFailure(const std::string& path, const std::error_code& error_code) {
   FailureStream(true) << "can't open file '" << path << "': (" << error_code.value() << ") "
                       << error_code.message() << '\n';

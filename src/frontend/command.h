@@ -54,6 +54,9 @@ class CommandBase : public Command {
   std::ostream& FailureStream(bool always_fatal);
   // "note: " line when verbose.
   void Note(std::string_view text);
+  // The end of an Execute whose work was one backend operation: the
+  // "completed" note on success, "backend operation failed" otherwise.
+  bool ReportBackendResult(bool succeeded);
   // "can't open file '<path>': (<number>) <message>\n" behind
   // FailureStream(true).
   void ReportOpenFailure(const std::string& path, const std::error_code& error_code);

@@ -16,12 +16,7 @@ bool RemoveKeyCommand::ParseArguments(TokenCursor& cursor) {
 }
 
 bool RemoveKeyCommand::Execute() {
-  if (!OpenRootKey()->RemoveKey(key_name)) {
-    FailureStream(true) << "backend operation failed\n";
-    return false;
-  }
-  Note("completed");
-  return true;
+  return ReportBackendResult(OpenRootKey()->RemoveKey(key_name));
 }
 
 bool RenameKeyCommand::ParseArguments(TokenCursor& cursor) {
@@ -29,12 +24,7 @@ bool RenameKeyCommand::ParseArguments(TokenCursor& cursor) {
 }
 
 bool RenameKeyCommand::Execute() {
-  if (!OpenRootKey()->RenameKey(key_name, new_key_name)) {
-    FailureStream(true) << "backend operation failed\n";
-    return false;
-  }
-  Note("completed");
-  return true;
+  return ReportBackendResult(OpenRootKey()->RenameKey(key_name, new_key_name));
 }
 
 bool CopyKeyCommand::ParseArguments(TokenCursor& cursor) {
@@ -42,10 +32,5 @@ bool CopyKeyCommand::ParseArguments(TokenCursor& cursor) {
 }
 
 bool CopyKeyCommand::Execute() {
-  if (!OpenRootKey()->CopyKey(key_name, new_key_name)) {
-    FailureStream(true) << "backend operation failed\n";
-    return false;
-  }
-  Note("completed");
-  return true;
+  return ReportBackendResult(OpenRootKey()->CopyKey(key_name, new_key_name));
 }

@@ -36,7 +36,7 @@ const char* CopyValue(const std::string& key_name, const std::string& value_name
   if (result <= 0) return "backend operation failed (read source)\n";
   regkey::KeyPtr destination =
       regkey::registry_backend->Create(registry_root, 0, false, new_key_name, true);
-  if (!destination->SetValue(value.get(), static_cast<size_t>(result), type,
+  return ReportBackendResult(destination->SetValue(value.get(), static_cast<size_t>(result), type,
                              new_value_name.c_str())) {
     return "backend operation failed (write destination)\n";
   }
@@ -243,12 +243,7 @@ void SetCommand::ReadStream(std::istream& stream) {
 
 bool SetCommand::Execute() {
   regkey::KeyPtr key = regkey::registry_backend->Create(registry_root, 0, false, key_name, true);
-  if (!key->SetValue(data.get(), size, SetTypeToValueType(type), value_name.c_str())) {
-    FailureStream(true) << "backend operation failed\n";
-    return false;
-  }
-  Note("completed");
-  return true;
+  if (!key->SetValue(data.get(), size, SetTypeToValueType(type), value_name.c_str()));
 }
 
 bool ExistsCommand::ParseArguments(TokenCursor& cursor) {
@@ -269,12 +264,7 @@ bool RemoveValueCommand::ParseArguments(TokenCursor& cursor) {
 
 bool RemoveValueCommand::Execute() {
   regkey::KeyPtr key = regkey::registry_backend->Create(registry_root, 0, false, key_name, false);
-  if (!key->RemoveValue(value_name)) {
-    FailureStream(true) << "backend operation failed\n";
-    return false;
-  }
-  Note("completed");
-  return true;
+  return ReportBackendResult(key->RemoveValue(value_name));
 }
 
 bool RenameValueCommand::ParseArguments(TokenCursor& cursor) {
