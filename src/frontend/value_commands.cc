@@ -36,7 +36,7 @@ const char* CopyValue(const std::string& key_name, const std::string& value_name
   if (result <= 0) return "backend operation failed (read source)\n";
   regkey::KeyPtr destination =
       regkey::registry_backend->Create(registry_root, 0, false, new_key_name, true);
-  return ReportBackendResult(destination->SetValue(value.get(), static_cast<size_t>(result), type,
+  if (!destination->SetValue(value.get(), static_cast<size_t>(result), type,
                              new_value_name.c_str())) {
     return "backend operation failed (write destination)\n";
   }
@@ -243,7 +243,9 @@ void SetCommand::ReadStream(std::istream& stream) {
 
 bool SetCommand::Execute() {
   regkey::KeyPtr key = regkey::registry_backend->Create(registry_root, 0, false, key_name, true);
-  if (!key->SetValue(data.get(), size, SetTypeToValueType(type), value_name.c_str()));
+  const bool stored =
+      key->SetValue(data.get(), size, SetTypeToValueType(type), value_name.c_str());
+  return ReportBackendResult(stored);
 }
 
 bool ExistsCommand::ParseArguments(TokenCursor& cursor) {
