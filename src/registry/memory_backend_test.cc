@@ -16,10 +16,8 @@ namespace {
 // Sends the diagnostic log to a temporary file for the test's duration.
 class LogCapture {
  public:
-  explicit LogCapture(uint32_t level = 4)
-      : file_(std::tmpfile()),
-        old_file_(LogGetFile()),
-        old_level_(LogGetLevel()),
+  explicit LogCapture(uint32_t level)
+      : file_(std::tmpfile()), old_file_(LogGetFile()), old_level_(LogGetLevel()),
         old_modules_(LogGetModules()) {
     LogSetFile(file_);
     LogSetup(level, kLogModuleOther);
@@ -29,7 +27,7 @@ class LogCapture {
     LogSetup(old_level_, old_modules_);
     std::fclose(file_);
   }
-  // The texts of the lines written so far, without their headers.
+  // The texts of the lines written so far, without their 45-byte headers.
   std::vector<std::string> Texts() {
     std::fflush(file_);
     std::rewind(file_);
@@ -37,14 +35,12 @@ class LogCapture {
     char line[4096];
     while (std::fgets(line, sizeof line, file_) != nullptr) {
       std::string text(line);
-      if (!text.empty() && text.back() == '\n') text.pop_back();
-      texts.push_back(text.size() > kHeaderSize ? text.substr(kHeaderSize) : text);
+      texts.push_back(text.substr(45, text.size() - 46));
     }
     return texts;
   }
 
  private:
-  static constexpr size_t kHeaderSize = 45;
   FILE* file_;
   FILE* old_file_;
   uint32_t old_level_;
@@ -147,15 +143,9 @@ TEST_F(MemoryBackendTest, CreateWalksRootThenPath) {
   EXPECT_TRUE(top->IsValid());
   EXPECT_EQ(top->GetName(), "");
   EXPECT_EQ(top->CountSubKeys(), 1u);
-}
-
-TEST_F(MemoryBackendTest, NameIsSpelledAsOpened) {
-  Make("Alpha");
-  EXPECT_EQ(Open("ALPHA")->GetName(), "ALPHA");
-  KeyPtr top = Top();
-  KeyPtr child = top->NextSubKey(true);
+  KeyPtr child = top->NextSubKey(true);  // named as first created, not as opened
   ASSERT_NE(child, nullptr);
-  EXPECT_EQ(child->GetName(), "Alpha");
+  EXPECT_EQ(child->GetName(), "Root");
 }
 
 TEST_F(MemoryBackendTest, SetValueNullPointers) {
@@ -276,13 +266,10 @@ TEST_F(MemoryBackendTest, ReadOnlyRefusalsAreLogged) {
                              "RemoveKey 'dir' on read-only key ''",
                          }));
   EXPECT_EQ(Dumped(), "Dir\\\n  v: 1i32\n  sub\\\n");
-}
 
-TEST_F(MemoryBackendTest, FilteredRefusalWritesNothing) {
-  Make("k");
-  LogCapture log(0);
-  EXPECT_FALSE(Open("k", true)->RemoveValue("v"));
-  EXPECT_TRUE(log.Texts().empty());
+  LogCapture filtered(0);
+  EXPECT_FALSE(key->RemoveValue("v"));
+  EXPECT_TRUE(filtered.Texts().empty());
 }
 
 TEST_F(MemoryBackendTest, RemoveKeyIsForgiving) {
@@ -292,10 +279,6 @@ TEST_F(MemoryBackendTest, RemoveKeyIsForgiving) {
   EXPECT_TRUE(top->RemoveKey(""));
   EXPECT_TRUE(top->RemoveKey("a\\\\b"));  // the empty component doesn't exist
   EXPECT_TRUE(Open("a\\b\\c")->IsValid());
-  EXPECT_TRUE(top->RemoveKey("A\\B"));
-  EXPECT_FALSE(Open("a\\b")->IsValid());
-  EXPECT_TRUE(Open("a")->IsValid());
-
   Make("x\\y");
   Make("x\\z");
   RemoveSubKeys(Open("x"));
@@ -319,31 +302,8 @@ TEST_F(MemoryBackendTest, DetachedKeyStaysUsable) {
   EXPECT_EQ(Top()->CountSubKeys(), 0u);
 }
 
-TEST_F(MemoryBackendTest, RenameOverwritesDestination) {
-  SetInt(*Make("a"), "from_a", 1);
-  SetInt(*Make("a\\inner"), "deep", 2);
-  SetInt(*Make("B"), "from_b", 3);
-  Make("b\\old_child");
-  KeyPtr top = Top();
-  EXPECT_TRUE(top->RenameKey("a", "b"));
-  EXPECT_FALSE(Open("a")->IsValid());
-  EXPECT_EQ(Dumped(), "B\\\n  from_a: 1i32\n  inner\\\n    deep: 2i32\n");
-  EXPECT_TRUE(top->RenameKey("b\\inner", "new\\Leaf"));
-  EXPECT_EQ(SubKeyNames(*Open("new")), std::vector<std::string>{"Leaf"});
-}
-
-TEST_F(MemoryBackendTest, CopyMergesIntoDestination) {
-  SetInt(*Make("a"), "x", 1);
-  SetInt(*Make("a\\inner"), "deep", 2);
-  SetInt(*Make("b"), "X", 9);
-  SetInt(*Make("b"), "only_b", 3);
-  KeyPtr top = Top();
-  EXPECT_TRUE(top->CopyKey("a", "b"));
-  EXPECT_EQ(Dumped(),
-            "a\\\n  x: 1i32\n  inner\\\n    deep: 2i32\n"
-            "b\\\n  only_b: 3i32\n  X: 1i32\n  inner\\\n    deep: 2i32\n");
-}
-
+// Nesting and case checks of the shared suite, plus the quirks only this
+// backend has: empty names and empty components are refused without a log line.
 TEST_F(MemoryBackendTest, PathComparisonOfRenameAndCopy) {
   SetInt(*Make("Key\\sub"), "v", 1);
   SetInt(*Make("ab"), "v", 2);
@@ -354,16 +314,11 @@ TEST_F(MemoryBackendTest, PathComparisonOfRenameAndCopy) {
     auto move = [&](std::string_view from, std::string_view to) {
       return rename ? top->RenameKey(from, to) : top->CopyKey(from, to);
     };
-    EXPECT_TRUE(move("key", "KEY"));
-    EXPECT_FALSE(move("key", "Key\\sub\\x"));
-    EXPECT_FALSE(move("key\\sub", "KEY"));
     EXPECT_FALSE(move("\\x", ""));
-    EXPECT_FALSE(move("missing", "elsewhere"));
     EXPECT_FALSE(move("", "elsewhere"));  // the empty name, not this key
     EXPECT_FALSE(move("key\\\\sub", "z"));
     EXPECT_EQ(Dumped(), before) << rename;
   }
-  EXPECT_FALSE(Open("elsewhere")->IsValid());
   EXPECT_TRUE(log.Texts().empty());
 
   // "a" and "ab" are not nested: the next byte isn't a backslash.
