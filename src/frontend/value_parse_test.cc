@@ -2,157 +2,93 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+
 namespace {
 
-struct Parsed {
-  bool ok;
-  uint64_t magnitude;
-  bool negative;
-};
-
-Parsed Integer(std::string_view text) {
-  Parsed parsed{false, 12345, true};
-  parsed.ok = ParseInteger(text, parsed.magnitude, parsed.negative);
-  return parsed;
-}
-
 TEST(ParseSetTypeTest, KnowsEightKeywordsExactly) {
-  EXPECT_EQ(ParseSetType("i32"), 1u);
-  EXPECT_EQ(ParseSetType("i64"), 2u);
-  EXPECT_EQ(ParseSetType("str"), 3u);
-  EXPECT_EQ(ParseSetType("bin"), 4u);
-  EXPECT_EQ(ParseSetType("b16"), 5u);
-  EXPECT_EQ(ParseSetType("b64"), 6u);
-  EXPECT_EQ(ParseSetType("fstr"), 7u);
-  EXPECT_EQ(ParseSetType("fbin"), 8u);
-  EXPECT_EQ(ParseSetType("I32"), 0u);
-  EXPECT_EQ(ParseSetType("i3"), 0u);
-  EXPECT_EQ(ParseSetType("i322"), 0u);
-  EXPECT_EQ(ParseSetType(std::string_view("i32\0", 4)), 0u);
-  EXPECT_EQ(ParseSetType(""), 0u);
-}
-
-TEST(ParseSetTypeTest, MapsCodesToStoredTypes) {
-  EXPECT_EQ(SetTypeToValueType(kSetI32), regkey::kTypeI32);
-  EXPECT_EQ(SetTypeToValueType(kSetI64), regkey::kTypeI64);
-  EXPECT_EQ(SetTypeToValueType(kSetStr), regkey::kTypeStr);
-  EXPECT_EQ(SetTypeToValueType(kSetFstr), regkey::kTypeStr);
-  EXPECT_EQ(SetTypeToValueType(kSetBin), regkey::kTypeBin);
-  EXPECT_EQ(SetTypeToValueType(kSetB16), regkey::kTypeBin);
-  EXPECT_EQ(SetTypeToValueType(kSetB64), regkey::kTypeBin);
-  EXPECT_EQ(SetTypeToValueType(kSetFbin), regkey::kTypeBin);
-}
-
-TEST(ParseIntegerTest, EmptyBlankAndLoneMinusAreZero) {
-  for (std::string_view text : {"", " ", " \t\n\v\f\r", "-", "  -  "}) {
-    Parsed parsed = Integer(text);
-    EXPECT_TRUE(parsed.ok) << text;
-    EXPECT_EQ(parsed.magnitude, 0u) << text;
+  const char* const keywords[] = {"i32", "i64", "str", "bin", "b16", "b64", "fstr", "fbin"};
+  const regkey::ValueType stored[] = {regkey::kTypeI32, regkey::kTypeI64, regkey::kTypeStr,
+                                      regkey::kTypeBin, regkey::kTypeBin, regkey::kTypeBin,
+                                      regkey::kTypeStr, regkey::kTypeBin};
+  for (unsigned i = 0; i < 8; ++i) {
+    EXPECT_EQ(ParseSetType(keywords[i]), i + 1) << keywords[i];
+    EXPECT_EQ(SetTypeToValueType(ParseSetType(keywords[i])), stored[i]) << keywords[i];
   }
-  EXPECT_FALSE(Integer("").negative);
-  EXPECT_TRUE(Integer("-").negative);
+  for (std::string_view text : {"I32", "i3", "i322", ""}) {
+    EXPECT_EQ(ParseSetType(text), 0u) << text;
+  }
+  EXPECT_EQ(ParseSetType(std::string_view("i32\0", 4)), 0u);
 }
 
-TEST(ParseIntegerTest, BasesByPrefix) {
-  EXPECT_EQ(Integer("0x10").magnitude, 16u);
-  EXPECT_EQ(Integer("0XfF").magnitude, 255u);
-  EXPECT_EQ(Integer("010").magnitude, 8u);
-  EXPECT_EQ(Integer("0b101").magnitude, 5u);
-  EXPECT_EQ(Integer("0B11").magnitude, 3u);
-  EXPECT_EQ(Integer("0").magnitude, 0u);
-  EXPECT_EQ(Integer(" 12 ").magnitude, 12u);
-  EXPECT_TRUE(Integer("0b101").ok);
-  EXPECT_FALSE(Integer("0b").ok);
-  EXPECT_FALSE(Integer("0b2").ok);
-  EXPECT_FALSE(Integer("0b10x").ok);
-  EXPECT_FALSE(Integer("0x").ok);
-  EXPECT_FALSE(Integer("08").ok);
-  EXPECT_FALSE(Integer("12x").ok);
-  EXPECT_FALSE(Integer("1 2").ok);
-  EXPECT_FALSE(Integer("x").ok);
-}
-
-TEST(ParseIntegerTest, SignQuirksOfTheConversionStand) {
-  Parsed plus = Integer("+7");
-  EXPECT_TRUE(plus.ok);
-  EXPECT_EQ(plus.magnitude, 7u);
-  EXPECT_FALSE(plus.negative);
-
-  Parsed blank_behind_minus = Integer("- 7");
-  EXPECT_TRUE(blank_behind_minus.ok);
-  EXPECT_EQ(blank_behind_minus.magnitude, 7u);
-  EXPECT_TRUE(blank_behind_minus.negative);
-
-  // The second minus is the conversion's: it negates the magnitude.
-  Parsed double_minus = Integer("--1");
-  EXPECT_TRUE(double_minus.ok);
-  EXPECT_EQ(double_minus.magnitude, UINT64_MAX);
-  EXPECT_TRUE(double_minus.negative);
-
-  Parsed minus_binary = Integer("-+0b11");
-  EXPECT_TRUE(minus_binary.ok);
-  EXPECT_EQ(minus_binary.magnitude, 3u);
-  EXPECT_EQ(Integer("--0b1").magnitude, UINT64_MAX);
-  EXPECT_FALSE(Integer("+").ok);
-  EXPECT_FALSE(Integer("-+").ok);
-}
-
-TEST(ParseIntegerTest, LengthLimitCountsAfterTrimAndSign) {
-  std::string zeros21 = std::string(20, '0') + "123";  // 23 bytes
-  EXPECT_TRUE(Integer(zeros21).ok);
-  EXPECT_TRUE(Integer("  -" + zeros21 + "  ").ok);
-  EXPECT_EQ(Integer(zeros21).magnitude, 0123u);  // leading zero: octal
-  std::string zeros24 = std::string(21, '0') + "123";
-  EXPECT_FALSE(Integer(zeros24).ok);
-  EXPECT_FALSE(Integer("-" + zeros24).ok);
-}
-
-TEST(ParseIntegerTest, OverflowSaturates) {
-  Parsed parsed = Integer("99999999999999999999");
-  EXPECT_TRUE(parsed.ok);
-  EXPECT_EQ(parsed.magnitude, UINT64_MAX);
-  EXPECT_EQ(Integer("18446744073709551615").magnitude, UINT64_MAX);
-  EXPECT_EQ(Integer("18446744073709551614").magnitude, UINT64_MAX - 1);
+// Blank and lone minus are zero; the base follows the prefix; a second sign is
+// the conversion's own; at most 23 bytes after trim and sign; overflow saturates.
+TEST(ParseIntegerTest, Table) {
+  struct Case {
+    std::string text;
+    bool ok;
+    uint64_t magnitude;
+    bool negative;
+  };
+  const std::string zeros23 = std::string(20, '0') + "123";
+  const Case cases[] = {
+      {"", true, 0, false},          {" \t\n\v\f\r", true, 0, false},
+      {"-", true, 0, true},             {" 12 ", true, 12, false},
+      {"0x10", true, 16, false},     {"0XfF", true, 255, false},
+      {"010", true, 8, false},       {"0B11", true, 3, false},
+      {"+7", true, 7, false},        {"- 7", true, 7, true},
+      {"--1", true, UINT64_MAX, true},  // the second minus negates the magnitude
+      {"-+0b11", true, 3, true},     {"--0b1", true, UINT64_MAX, true},
+      {zeros23, true, 0123, false},  {"  -" + zeros23 + "  ", true, 0123, true},
+      {"99999999999999999999", true, UINT64_MAX, false},
+      {"18446744073709551614", true, UINT64_MAX - 1, false},
+      {"0" + zeros23, false, 0, false},  {"-0" + zeros23, false, 0, false},
+      {"0b", false, 0, false},       {"0b2", false, 0, false},
+      {"0b10x", false, 0, false},    {"0x", false, 0, false},
+      {"08", false, 0, false},       {"12x", false, 0, false},
+      {"1 2", false, 0, false},      {"+", false, 0, false},
+      {"-+", false, 0, false},
+  };
+  for (const Case& c : cases) {
+    uint64_t magnitude = 12345;
+    bool negative = !c.negative;
+    EXPECT_EQ(ParseInteger(c.text, magnitude, negative), c.ok) << c.text;
+    if (!c.ok) continue;
+    EXPECT_EQ(magnitude, c.magnitude) << c.text;
+    EXPECT_EQ(negative, c.negative) << c.text;
+  }
 }
 
 TEST(ParseInt32Test, RangeAndPattern) {
-  uint32_t value = 0;
-  EXPECT_TRUE(ParseInt32("4294967295", value));
-  EXPECT_EQ(value, 4294967295u);
-  EXPECT_TRUE(ParseInt32("-1", value));
-  EXPECT_EQ(value, 4294967295u);
-  EXPECT_TRUE(ParseInt32("-2147483648", value));
-  EXPECT_EQ(value, 0x80000000u);
-  EXPECT_TRUE(ParseInt32("-0", value));
-  EXPECT_EQ(value, 0u);
-  EXPECT_TRUE(ParseInt32("0xffffffff", value));
-  EXPECT_EQ(value, 0xffffffffu);
-  EXPECT_TRUE(ParseInt32("-5", value));
-  EXPECT_EQ(value, static_cast<uint32_t>(-5));
-
-  value = 77;
-  EXPECT_FALSE(ParseInt32("4294967296", value));
-  EXPECT_FALSE(ParseInt32("-2147483649", value));
-  EXPECT_FALSE(ParseInt32("99999999999999999999", value));
-  EXPECT_FALSE(ParseInt32("12x", value));
-  EXPECT_EQ(value, 77u);
+  const std::pair<const char*, uint32_t> good[] = {
+      {"4294967295", 4294967295u}, {"-1", 4294967295u}, {"-2147483648", 0x80000000u},
+      {"-0", 0u},                  {"0xffffffff", 0xffffffffu}};
+  for (const auto& [text, expected] : good) {
+    uint32_t value = 77;
+    EXPECT_TRUE(ParseInt32(text, value)) << text;
+    EXPECT_EQ(value, expected) << text;
+  }
+  for (const char* text : {"4294967296", "-2147483649", "99999999999999999999", "12x"}) {
+    uint32_t value = 77;
+    EXPECT_FALSE(ParseInt32(text, value)) << text;
+    EXPECT_EQ(value, 77u) << text;
+  }
 }
 
 TEST(ParseInt64Test, RangeAndPattern) {
-  uint64_t value = 0;
-  EXPECT_TRUE(ParseInt64("18446744073709551615", value));
-  EXPECT_EQ(value, UINT64_MAX);
-  EXPECT_TRUE(ParseInt64("-1", value));
-  EXPECT_EQ(value, UINT64_MAX);
-  EXPECT_TRUE(ParseInt64("-9223372036854775808", value));
-  EXPECT_EQ(value, 0x8000000000000000u);
-  EXPECT_TRUE(ParseInt64("99999999999999999999", value));
-  EXPECT_EQ(value, UINT64_MAX);
-  EXPECT_TRUE(ParseInt64("", value));
-  EXPECT_EQ(value, 0u);
-  EXPECT_FALSE(ParseInt64("-9223372036854775809", value));
-  EXPECT_FALSE(ParseInt64("--1", value));
-  EXPECT_FALSE(ParseInt64("1.5", value));
+  const std::pair<const char*, uint64_t> good[] = {
+      {"18446744073709551615", UINT64_MAX}, {"-1", UINT64_MAX},
+      {"-9223372036854775808", 0x8000000000000000u}, {"99999999999999999999", UINT64_MAX},
+      {"", 0u}};
+  for (const auto& [text, expected] : good) {
+    uint64_t value = 77;
+    EXPECT_TRUE(ParseInt64(text, value)) << text;
+    EXPECT_EQ(value, expected) << text;
+  }
+  for (const char* text : {"-9223372036854775809", "--1", "1.5"}) {
+    uint64_t value = 77;
+    EXPECT_FALSE(ParseInt64(text, value)) << text;
+  }
 }
 
 }  // namespace

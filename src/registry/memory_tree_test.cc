@@ -98,16 +98,6 @@ TEST(MemoryTreeTest, AbsenceAndRemoval) {
   EXPECT_TRUE(taken->HasValue("v"));  // a detached subtree lives on
 }
 
-TEST(MemoryTreeTest, StoreReplacesType) {
-  Node node;
-  node.StoreValue("v", StoredValue(std::string("s")));
-  node.StoreValue("V", StoredValue(StoredValue::Bytes{1, 2}));
-  StoredValue value = node.FetchValue("v");
-  ASSERT_EQ(value.tag(), StoredValue::kBinary);
-  EXPECT_EQ(value.bytes(), (StoredValue::Bytes{1, 2}));
-  EXPECT_EQ(value.type(), kTypeBin);
-}
-
 TEST(MemoryTreeTest, PutSubKeyReplacesWholeSubtree) {
   Node node;
   std::shared_ptr<Node> old = node.FindSubKey("k", true);
@@ -174,11 +164,6 @@ TEST(MemoryTreeTest, MergeFromOverwritesValuesAndMergesSubkeys) {
 }
 
 TEST(MemoryTreeTest, PrintFormat) {
-  Node node;
-  node.StoreValue("a", StoredValue(int32_t{7}));
-  node.FindSubKey("b", true)->StoreValue("c", StoredValue(std::string("q")));
-  EXPECT_EQ(Printed(node), "a: 7i32\nb\\\n  c: \"q\"\n");
-
   Node all;
   all.StoreValue("e", StoredValue(StoredValue::Bytes{}));
   all.StoreValue("h", StoredValue(StoredValue::Bytes{0x00, 0x0a, 0xff}));
