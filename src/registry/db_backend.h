@@ -33,7 +33,7 @@ class DBBackend final : public Backend, public std::enable_shared_from_this<DBBa
   KeyPtr Create(std::string_view root, int reserved, bool read_only, std::string_view path,
                 bool create) override;
   void Dump() override {}
-  // Parses the specification as a cppdb connection string, creates the pool
+  // Parses the backend specification as a cppdb connection string, creates the pool
   // (with @pool_max_idle=15 unless given), connects once and prepares the
   // schema's statements as a check. False, with a level-0 log line, on any
   // failure; the backend must then be dropped.

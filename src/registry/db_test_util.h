@@ -22,7 +22,7 @@
 namespace regkey {
 namespace testing {
 
-// The specification of the test server; null when none is configured.
+// The backend specification of the test server; null when none is configured.
 inline const char* PgSpec() {
   const char* spec = std::getenv("HIVECTL_PG_SPEC");
   return spec != nullptr && *spec != '\0' ? spec : nullptr;
