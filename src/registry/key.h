@@ -108,8 +108,9 @@ class Key {
 };
 
 // The inert key: it exists, but no operation does anything. Stateless, so
-// usable from any thread.
-class KeyStub final : public Key {
+// usable from any thread. Test fakes derive from it and override only what
+// they record.
+class KeyStub : public Key {
  public:
   KeyPtr Clone() override;
   bool IsValid() override { return false; }

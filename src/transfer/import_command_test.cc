@@ -45,7 +45,8 @@ struct Recording {
   int creates = 0;
 };
 
-class RecordingKey final : public regkey::Key {
+// Inert like the stub, except that it records its stores.
+class RecordingKey final : public regkey::KeyStub {
  public:
   RecordingKey(Recording& recording, std::string path)
       : recording_(recording), path_(std::move(path)) {}
@@ -65,29 +66,8 @@ class RecordingKey final : public regkey::Key {
     recording_.stored.emplace(path_, name, type, bytes);
     return true;
   }
-  regkey::KeyPtr Clone() override { return regkey::StubKeyPtr(); }
   bool IsValid() override { return true; }
-  int64_t GetValue(void*, size_t, regkey::ValueType, const char*) override { return 0; }
-  int64_t GetValue(regkey::ValueBuffer&, regkey::ValueType, const char*) override { return 0; }
-  int64_t GetValue(void*, size_t, regkey::ValueType*, const char*) override { return 0; }
-  int64_t GetValue(regkey::ValueBuffer&, regkey::ValueType*, const char*) override { return 0; }
-  bool GetString(std::string&, const char*) override { return false; }
-  bool CheckValueExists(std::string_view) override { return false; }
-  bool RemoveValue(std::string_view) override { return false; }
-  bool RemoveKey(std::string_view) override { return false; }
-  bool RenameKey(std::string_view, std::string_view) override { return false; }
-  bool CopyKey(std::string_view, std::string_view) override { return false; }
-  uint32_t CountValues() override { return 0; }
-  uint32_t CountSubKeys() override { return 0; }
-  void ResetValues() override {}
-  int64_t NextValue(regkey::ValueBuffer&, regkey::ValueType, std::string&) override { return 0; }
-  int64_t NextValue(regkey::ValueBuffer&, regkey::ValueType*, std::string&) override { return 0; }
-  bool NextString(std::string&, std::string&) override { return false; }
-  void ResetSubKeys() override {}
-  regkey::KeyPtr NextSubKey(bool) override { return regkey::KeyPtr(); }
-  bool NextSubKeyName(std::string&) override { return false; }
   std::string_view GetName() override { return path_; }
-  std::string GetDefaultString() override { return {}; }
 
  private:
   Recording& recording_;
