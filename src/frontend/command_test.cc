@@ -2,42 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
-#include <map>
 #include <sstream>
 #include <vector>
 
+#include "frontend/test_environment.h"
 #include "frontend/value_commands.h"
 
 namespace {
-
-// Records what commands write; files are served from a map.
-class FakeEnvironment final : public Environment {
- public:
-  FakeEnvironment() {
-    output = &out;
-    error = &err;
-    input = &in;
-  }
-  std::unique_ptr<std::istream> OpenInputFile(const char* path,
-                                              std::error_code& error_code) override {
-    auto it = files.find(path);
-    if (it == files.end()) {
-      error_code.assign(ENOENT, std::system_category());
-      return nullptr;
-    }
-    return std::make_unique<std::istringstream>(it->second);
-  }
-  std::unique_ptr<std::ostream> OpenOutputFile(const char*, std::error_code& error_code) override {
-    error_code.assign(EACCES, std::system_category());
-    return nullptr;
-  }
-
-  std::ostringstream out;
-  std::ostringstream err;
-  std::istringstream in;
-  std::map<std::string, std::string> files;
-};
 
 // Parses `words` as a whole command line; returns the commands, or stops at
 // the first failure leaving `cursor` where the failing command left it.
@@ -79,7 +50,7 @@ class ProbeCommand final : public CommandBase {
 };
 
 TEST(CommandHeaderTest, ShapesFollowTheParsedFields) {
-  FakeEnvironment env;
+  TestEnvironment env;
   ProbeCommand probe("get", &env);
   probe.FailureStream(true) << "x\n";
   probe.key_name = "a";
@@ -110,7 +81,7 @@ TEST(CommandHeaderTest, ShapesFollowTheParsedFields) {
 }
 
 TEST(ReadKeyNameTest, RefusesBackslashAtEitherEndWithoutMoving) {
-  FakeEnvironment env;
+  TestEnvironment env;
   ProbeCommand probe("get", &env);
   const std::string_view tokens[] = {"\\", "\\a", "a\\", "", "a\\\\b\\\\c", " \x01"};
   TokenCursor cursor{tokens, 6};
@@ -148,7 +119,7 @@ TEST(ReadKeyNameTest, RefusesBackslashAtEitherEndWithoutMoving) {
 }
 
 TEST(ReadFileNameTest, TakesAnyTokenButNeedsOne) {
-  FakeEnvironment env;
+  TestEnvironment env;
   ProbeCommand probe("export", &env);
   probe.key_name = "k";
   const std::string_view tokens[] = {""};
@@ -169,7 +140,7 @@ TEST(ReadFileNameTest, TakesAnyTokenButNeedsOne) {
 
 TEST(ParseCommandTest, UnknownAndCaseSensitiveKeywords) {
   for (const char* word : {"GET", "frobnicate", "", "Load", "ge", "gets", "-Verbose", "get "}) {
-    FakeEnvironment env;
+    TestEnvironment env;
     Line line({word, "a", "b"});
     EXPECT_FALSE(line.ParseAll(env)) << word;
     EXPECT_EQ(line.consumed(), 0u);
@@ -178,7 +149,7 @@ TEST(ParseCommandTest, UnknownAndCaseSensitiveKeywords) {
 }
 
 TEST(ParseCommandTest, EachKeywordTakesItsArguments) {
-  FakeEnvironment env;
+  TestEnvironment env;
   Line line({"get", "a", "b", "set", "a", "b", "str", "x", "exists", "a", "b", "removev", "a",
              "b", "renamev", "a", "b", "c", "d", "copyv", "a", "b", "c", "d", "show", "a",
              "remove", "a", "rename", "a", "b", "copy", "a", "b"});
@@ -213,7 +184,7 @@ TEST(ParseCommandTest, FailuresKeepTheCursorOnTheBadToken) {
        "fatal: set 'k': base64 decode failed: invalid character 'h' in position 1\n"},
   };
   for (const Case& c : cases) {
-    FakeEnvironment env;
+    TestEnvironment env;
     Line line(c.words);
     EXPECT_FALSE(line.ParseAll(env)) << c.message;
     EXPECT_EQ(line.consumed(), c.consumed) << c.message;
@@ -222,7 +193,7 @@ TEST(ParseCommandTest, FailuresKeepTheCursorOnTheBadToken) {
 }
 
 TEST(ParseCommandTest, AcceptsEdgeValues) {
-  FakeEnvironment env;
+  TestEnvironment env;
   Line line({"set", "k", "v", "i32", "-", "set", "k", "v", "i32", "", "set", "k", "v", "i64",
              "99999999999999999999", "set", "k", "v", "b16", "", "set", "k", "v", "b64", "",
              "set", "k", "v", "b64", "Zg=", "set", "k", "v", "fstr", "", "get", "", "Name"});
@@ -231,21 +202,21 @@ TEST(ParseCommandTest, AcceptsEdgeValues) {
 }
 
 // Runs Prepare of one "set" with the given type and file argument.
-bool PrepareSet(FakeEnvironment& env, const char* type, const char* file) {
+bool PrepareSet(TestEnvironment& env, const char* type, const char* file) {
   Line line({"set", "k", "v", type, file});
   if (!line.ParseAll(env)) return false;
   return line.commands.front()->Prepare();
 }
 
 TEST(SetPrepareTest, ReportsUnopenableFile) {
-  FakeEnvironment env;
+  TestEnvironment env;
   EXPECT_FALSE(PrepareSet(env, "fstr", "missing.txt"));
   EXPECT_EQ(env.err.str(),
             "fatal: set 'k\\v': can't open file 'missing.txt': (2) No such file or directory\n");
 }
 
 TEST(SetPrepareTest, RefusesNulInStringButNotInBinary) {
-  FakeEnvironment env;
+  TestEnvironment env;
   env.files["f"] = std::string("hello\0world", 11);
   EXPECT_FALSE(PrepareSet(env, "fstr", "f"));
   EXPECT_EQ(env.err.str(),
@@ -261,7 +232,7 @@ TEST(SetPrepareTest, RefusesNulInStringButNotInBinary) {
 }
 
 TEST(SetPrepareTest, StandardInputIsReadOnce) {
-  FakeEnvironment env;
+  TestEnvironment env;
   env.verbose = true;
   env.in.str(std::string(100000, 'x'));
   Line line({"set", "k", "a", "fstr", "-", "set", "k", "b", "fstr", "-"});

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "registry/backend.h"
-#include "transfer/test_environment.h"
+#include "frontend/test_environment.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <sstream>
 #include <string>
 
-#include "transfer/test_environment.h"
+#include "frontend/test_environment.h"
 
 namespace {
 

@@ -1,7 +1,8 @@
-// An Environment for unit tests: string streams instead of the standard
-// streams, and files from a map instead of the file system.
-#ifndef HIVECTL_TRANSFER_TEST_ENVIRONMENT_H_
-#define HIVECTL_TRANSFER_TEST_ENVIRONMENT_H_
+// An Environment for unit tests that records what commands write: string
+// streams instead of the standard streams, files read from a map, and every
+// output file refused.
+#ifndef HIVECTL_FRONTEND_TEST_ENVIRONMENT_H_
+#define HIVECTL_FRONTEND_TEST_ENVIRONMENT_H_
 
 #include <cerrno>
 #include <map>
@@ -38,4 +39,4 @@ class TestEnvironment final : public Environment {
   std::map<std::string, std::string> files;
 };
 
-#endif  // HIVECTL_TRANSFER_TEST_ENVIRONMENT_H_
+#endif  // HIVECTL_FRONTEND_TEST_ENVIRONMENT_H_
