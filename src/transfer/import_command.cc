@@ -48,13 +48,11 @@ bool ToValueType(uint32_t type_code, regkey::ValueType& type) {
 // By key, byte order; within a key by value name as the memory registry
 // orders values (strcasecmp up to the first NUL), so that storing a crowded
 // key appends to its map instead of inserting into its middle each time.
-int CompareRows(const ImportRow& a, const ImportRow& b) {
+bool RowLess(const ImportRow& a, const ImportRow& b) {
   const int by_key = a.key.compare(b.key);
-  if (by_key != 0) return by_key;
-  return strcasecmp(a.value_name.c_str(), b.value_name.c_str());
+  if (by_key != 0) return by_key < 0;
+  return strcasecmp(a.value_name.c_str(), b.value_name.c_str()) < 0;
 }
-
-bool RowLess(const ImportRow& a, const ImportRow& b) { return CompareRows(a, b) < 0; }
 
 }  // namespace
 
@@ -99,8 +97,8 @@ bool ImportCommand::Prepare() {
   // Stable: rows that name the same value keep their file order, so the
   // last of them is stored last.
   std::stable_sort(rows.begin(), rows.end(), RowLess);
-  // The sort's buffer would stay in the process while the workers, which
-  // allocate from arenas of their own, build the tree.
+  // Hand the sort's buffer back to the system: the workers allocate from
+  // heaps of their own and would never reuse it.
   malloc_trim(0);
   return true;
 }
