@@ -35,6 +35,9 @@ cmp "$work/before.csv" "$work/after.csv" || fail "data changed by the upgrade"
 "$schema" -d "$conninfo" install >/dev/null
 [ "$("$schema" -d "$conninfo" version)" = 2 ] || fail "version after a second install"
 "$schema" -d "$conninfo" verify >/dev/null || fail "verify of an upgraded schema"
+psql -X -q -d "$conninfo" -c "CREATE OR REPLACE FUNCTION registry.schema_version() RETURNS integer
+  LANGUAGE sql AS 'SELECT 99'"
+"$schema" -d "$conninfo" install 2>/dev/null && fail "a newer schema was downgraded"
 
 admin -c "DROP ROLE IF EXISTS schema_test_reader" -c "CREATE ROLE schema_test_reader LOGIN" \
   -c "DROP ROLE IF EXISTS schema_test_writer" -c "CREATE ROLE schema_test_writer LOGIN" >/dev/null
