@@ -49,8 +49,8 @@ class Section:
     def data(self):
         if self.key.endswith('-escaped'):
             return unescape(''.join(self.lines) if self.inline is None else self.inline)
-        if self.inline is not None:
-            return self.inline.encode('utf-8', 'surrogateescape')
+        if self.inline is not None:  # a one-line section
+            return (self.inline + '\n').encode('utf-8', 'surrogateescape')
         return literal(list(self.lines))
 
 
