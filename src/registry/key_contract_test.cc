@@ -210,19 +210,6 @@ TEST_P(KeyContractTest, SharedConversions) {
   EXPECT_EQ(type, kTypeBin);
 }
 
-TEST_P(KeyContractTest, ExistsAndRemoveValue) {
-  Set("k", "v", 1);
-  KeyPtr key = Open("k");
-  EXPECT_TRUE(key->CheckValueExists("v"));
-  EXPECT_FALSE(key->CheckValueExists("w"));
-  EXPECT_TRUE(Open("k", true)->CheckValueExists("v"));
-  EXPECT_TRUE(key->RemoveValue("v"));
-  EXPECT_FALSE(key->RemoveValue("v"));
-  EXPECT_FALSE(key->CheckValueExists("v"));
-  EXPECT_EQ(GetAs(*key, "v", kTypeI32), 0);
-  EXPECT_EQ(key->CountValues(), 0u);
-}
-
 TEST_P(KeyContractTest, Enumerations) {
   Set("k", "n", 5);
   ASSERT_TRUE(Make("k")->SetValue("five", 5, kTypeStr, "s"));
