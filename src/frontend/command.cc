@@ -1,5 +1,7 @@
 #include "frontend/command.h"
 
+#include "registry/key_paths.h"
+
 std::string registry_root;
 
 bool CommandBase::ReadKeyName(TokenCursor& cursor, std::string& target) {
@@ -8,11 +10,11 @@ bool CommandBase::ReadKeyName(TokenCursor& cursor, std::string& target) {
     return false;
   }
   std::string_view token = *cursor.next;
-  if (!token.empty() && token.front() == '\\') {
+  if (regkey::StartsWithBackslash(token)) {
     FailureStream(true) << "key name '" << token << "' is invalid: starts with '\\'\n";
     return false;
   }
-  if (!token.empty() && token.back() == '\\') {
+  if (regkey::EndsWithBackslash(token)) {
     FailureStream(true) << "key name '" << token << "' is invalid: ends with '\\'\n";
     return false;
   }

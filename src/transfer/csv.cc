@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "frontend/value_parse.h"
+#include "registry/key_paths.h"
 #include "support/encoders.h"
 
 namespace {
@@ -244,11 +245,11 @@ bool CsvRowReader::CheckHeaderField(std::string_view field) {
 }
 
 bool CsvRowReader::ReadKeyField(std::string_view field) {
-  if (!field.empty() && field.front() == '\\') {
+  if (regkey::StartsWithBackslash(field)) {
     RowMessage() << "key name '" << field << "' is invalid: starts with '\\'\n";
     if (!RowFailed()) return false;
   }
-  if (!field.empty() && field.back() == '\\') {
+  if (regkey::EndsWithBackslash(field)) {
     RowMessage() << "key name '" << field << "' is invalid: ends with '\\'\n";
     if (!RowFailed()) return false;
   }
