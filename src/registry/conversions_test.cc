@@ -43,18 +43,11 @@ TEST(TextToInt64Test, NumbersAndWords) {
     int64_t expected;
   };
   const Case cases[] = {
-      {"42", true, 42},
-      {"  -5x", true, -5},
-      {"9223372036854775807", true, INT64_MAX},
-      {"9223372036854775808", true, INT64_MIN},
-      {"18446744073709551615", true, -1},
-      {"99999999999999999999999", true, -1},
-      {"-9223372036854775809", true, INT64_MIN},
-      {"4294967296", true, 4294967296LL},
-      {"No", true, 0},
-      {"\tTRUE", true, 1},
-      {"true!", false, 0},
-      {"x1", false, 0},
+      {"42", true, 42},          {"  -5x", true, -5},       {"9223372036854775807", true, INT64_MAX},
+      {"9223372036854775808", true, INT64_MIN},            {"18446744073709551615", true, -1},
+      {"99999999999999999999999", true, -1},               {"-9223372036854775809", true, INT64_MIN},
+      {"4294967296", true, 4294967296LL},                  {"No", true, 0},
+      {"\tTRUE", true, 1},      {"true!", false, 0},       {"x1", false, 0},
   };
   for (const Case& c : cases) {
     int64_t out = 777;

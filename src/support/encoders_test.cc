@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -111,49 +110,6 @@ TEST(Base64Test, ValidateFindsFirstBadByte) {
       {"Zm9v=", 4}, {" Zm9v", 0}, {"Zm9v\r\n", 4}, {"Zg===", 4},  {"Zm8==", 4},
       {"====", 0},  {"Zg-v", 2},  {std::string("Zg\0v", 4), 2}};
   for (const auto& [text, position] : cases) EXPECT_EQ(Validate(text), position) << text;
-}
-
-struct Base16Result {
-  bool ok;
-  std::string bytes;
-  std::string message;
-  int failure_calls;
-};
-
-Base16Result Decode16(const std::string& text) {
-  Base16Result result{false, std::string(text.size() / 2, '\x55'), "", 0};
-  std::ostringstream stream;
-  result.ok = Base16Decode(text.data(), text.size(),
-                           reinterpret_cast<unsigned char*>(result.bytes.data()),
-                           [&]() -> std::ostream& {
-                             ++result.failure_calls;
-                             return stream;
-                           });
-  result.message = stream.str();
-  return result;
-}
-
-TEST(Base16Test, DecodesBothCasesAndStopsAtTheFirstBadByte) {
-  const Base16Result result = Decode16("DeadBEEF0109aF");
-  EXPECT_TRUE(result.ok);
-  EXPECT_EQ(result.bytes, "\xDE\xAD\xBE\xEF\x01\x09\xAF");
-  EXPECT_EQ(result.failure_calls, 0);
-  EXPECT_EQ(Decode16("x").message, "base16 decode failed: odd number of octets\n");
-  // Bytes before the bad pair are decoded; the rest is untouched.
-  const Base16Result bad = Decode16("abcdZZ0102030405060708");
-  EXPECT_FALSE(bad.ok);
-  EXPECT_EQ(bad.failure_calls, 1);
-  EXPECT_EQ(bad.bytes.substr(0, 3), "\xAB\xCD\x55");
-}
-
-TEST(Base16Test, PositionIsDecimalWhateverTheStreamFlags) {
-  std::ostringstream stream;
-  stream << std::hex;
-  const std::string text = "00000000000000000000000q";
-  unsigned char out[12];
-  EXPECT_FALSE(Base16Decode(text.data(), text.size(), out,
-                            [&]() -> std::ostream& { return stream; }));
-  EXPECT_EQ(stream.str(), "base16 decode failed: non-hex character 'q' in position 23\n");
 }
 
 }  // namespace
