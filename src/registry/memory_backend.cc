@@ -8,6 +8,7 @@
 
 #include "registry/conversions.h"
 #include "registry/key_paths.h"
+#include "support/value_codec.h"
 
 namespace regkey {
 
@@ -59,15 +60,12 @@ std::shared_ptr<Node> WalkAll(std::shared_ptr<Node> node, std::string_view path,
 
 // The text form of a value: false for bin and empty, leaving `out` alone.
 bool ValueText(const StoredValue& value, std::string& out) {
-  char text[21];
   switch (value.tag()) {
     case StoredValue::kInt32:
-      std::snprintf(text, sizeof text, "%i", value.int32());
-      out = text;
+      out = DecimalText(value.int32());
       return true;
     case StoredValue::kInt64:
-      std::snprintf(text, sizeof text, "%li", value.int64());
-      out = text;
+      out = DecimalText(value.int64());
       return true;
     case StoredValue::kString:
       out = value.text();
