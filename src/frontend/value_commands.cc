@@ -8,6 +8,7 @@
 #include "frontend/value_parse.h"
 #include "registry/backend.h"
 #include "support/encoders.h"
+#include "support/value_codec.h"
 
 namespace {
 
@@ -60,18 +61,14 @@ bool GetCommand::Execute() {
   }
   std::ostream& out = *env->output;
   switch (type) {
-    case regkey::kTypeI32: {
-      uint32_t number = 0;
-      std::memcpy(&number, value.get(), sizeof number);
-      out << number << '\n';
+    case regkey::kTypeI32:
+      WriteDecimal(out, DecodeFixed32(value.get()));
+      out << '\n';
       break;
-    }
-    case regkey::kTypeI64: {
-      uint64_t number = 0;
-      std::memcpy(&number, value.get(), sizeof number);
-      out << number << '\n';
+    case regkey::kTypeI64:
+      WriteDecimal(out, DecodeFixed64(value.get()));
+      out << '\n';
       break;
-    }
     case regkey::kTypeStr: {
       size_t length = static_cast<size_t>(result) - 1;
       out.write(value.get(), static_cast<std::streamsize>(length));
@@ -79,15 +76,12 @@ bool GetCommand::Execute() {
       break;
     }
     case regkey::kTypeBin: {
-      size_t encoded_size = 0;
-      Base64Encode(value.get(), static_cast<size_t>(result), nullptr, encoded_size);
-      auto encoded = std::make_unique<char[]>(encoded_size + 1);
-      if (!Base64Encode(value.get(), static_cast<size_t>(result), encoded.get(), encoded_size)) {
+      std::string encoded;
+      if (!Base64EncodeTo(value.get(), static_cast<size_t>(result), encoded)) {
         FailureStream(true) << "base64 encode failed\n";
         return false;
       }
-      out.write(encoded.get(), static_cast<std::streamsize>(encoded_size));
-      out << '\n';
+      out << encoded << '\n';
       break;
     }
     default:
@@ -173,8 +167,7 @@ bool SetCommand::ParseValueData(std::string_view token) {
                             << '\n';
         return false;
       }
-      size_t decoded_size = 0;
-      Base64Decode(token.data(), token.size(), nullptr, decoded_size);
+      size_t decoded_size = Base64DecodedSize(token.data(), token.size());
       auto decoded = std::make_unique<char[]>(decoded_size + 1);
       if (!Base64Decode(token.data(), token.size(), decoded.get(), decoded_size)) {
         FailureStream(true) << "base64 decode failed\n";
