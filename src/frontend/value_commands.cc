@@ -1,9 +1,11 @@
 #include "frontend/value_commands.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <functional>
 #include <istream>
+#include <system_error>
 
 #include "frontend/value_parse.h"
 #include "registry/backend.h"
@@ -196,7 +198,14 @@ bool SetCommand::Prepare() {
     }
     stream = file.get();
   }
-  ReadStream(*stream);
+  errno = 0;
+  if (!ReadStream(*stream)) {
+    // A read error (e.g. FILE is a directory) must not pass for an empty file.
+    const std::error_code error_code(errno != 0 ? errno : EIO, std::system_category());
+    FailureStream(true) << "can't read file '" << file_name << "': (" << error_code.value()
+                        << ") " << error_code.message() << '\n';
+    return false;
+  }
   if (type == kSetFstr) {
     data[size] = '\0';
     const void* nul = std::memchr(data.get(), '\0', size);
@@ -213,11 +222,11 @@ bool SetCommand::Prepare() {
 
 // Reads to the end of `stream` in chunks, growing the block by half its
 // capacity at a time, always keeping one byte free behind the content.
-void SetCommand::ReadStream(std::istream& stream) {
+bool SetCommand::ReadStream(std::istream& stream) {
   size = 0;
   size_t capacity = kReadReserve;
   data = std::make_unique<char[]>(capacity);
-  if (stream.eof()) return;
+  if (stream.eof()) return true;
   while (true) {
     if (capacity < size + kReadReserve) {
       size_t grown = std::max<size_t>(size + kReadReserve, capacity * 3 >> 1);
@@ -228,9 +237,9 @@ void SetCommand::ReadStream(std::istream& stream) {
     }
     stream.read(data.get() + size, kReadChunk);
     size += static_cast<size_t>(stream.gcount());
-    if (stream.eof()) break;
+    if (stream.eof()) return true;
     // A stream that failed without reaching its end would never get there.
-    if (stream.fail()) break;
+    if (stream.fail()) return false;
   }
 }
 

@@ -33,6 +33,8 @@ TEST(ParseIntegerTest, Table) {
       {"08", false, 0, false},       {"12x", false, 0, false},
       {"1 2", false, 0, false},      {"+", false, 0, false},
       {"-+", false, 0, false},
+      {std::string("12\0" "3456", 7), false, 0, false},  // a NUL ends the text early
+      {std::string("0b1\0", 4), false, 0, false},
   };
   for (const Case& c : cases) {
     uint64_t magnitude = 12345;
