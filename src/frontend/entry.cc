@@ -374,11 +374,12 @@ void ReportParseFailure(std::ostream& error, const std::vector<std::string_view>
 }
 
 // The three stages over the whole command line.
-int RunCommands(const std::vector<std::string_view>& tokens, Environment& env) {
+int RunCommands(const std::vector<std::string_view>& tokens, Environment& env,
+                CommandParser parse_command) {
   std::vector<std::unique_ptr<Command>> commands;
   TokenCursor cursor{tokens.data(), tokens.size()};
   while (cursor.remaining > 0) {
-    std::unique_ptr<Command> command = ParseCommand(cursor, env);
+    std::unique_ptr<Command> command = parse_command(cursor, env);
     if (!command) {
       ReportParseFailure(*env.error, tokens, cursor);
       return 1;
@@ -398,7 +399,7 @@ int RunCommands(const std::vector<std::string_view>& tokens, Environment& env) {
   return 0;
 }
 
-int RunHivectl(int argc, char** argv) {
+int RunHivectl(int argc, char** argv, CommandParser parse_command) {
   const std::string program_name = ProgramName(argc, argv);
   const Profile& profile = SelectProfile(program_name);
 
@@ -464,7 +465,7 @@ int RunHivectl(int argc, char** argv) {
     env.max_db_connections =
         std::max<uint32_t>(1, std::min(values.max_db_connections, kMaxDBConnectionsLimit));
   }
-  return RunCommands(tokens, env);
+  return RunCommands(tokens, env, parse_command);
 }
 
 }  // namespace
@@ -495,9 +496,9 @@ po::parsed_options ParseCommandLine(const std::vector<std::string>& tokens,
   return parsed;
 }
 
-int HivectlMain(int argc, char** argv) {
+int HivectlMain(int argc, char** argv, CommandParser parse_command) {
   try {
-    return RunHivectl(argc, argv);
+    return RunHivectl(argc, argv, parse_command);
   } catch (const std::exception& e) {
     const std::string message = ExceptionMessage(e);
     std::cerr << "fatal: " << message << "\n";

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "frontend/command.h"
+
 #include <boost/program_options/options_description.hpp>
 #include <boost/program_options/parsers.hpp>
 
@@ -25,6 +27,7 @@ boost::program_options::parsed_options ParseCommandLine(
     const boost::program_options::options_description& options,
     size_t window = kCommandLineWindow);
 
-int HivectlMain(int argc, char** argv);
+// The whole run of the program; `parse_command` makes each command.
+int HivectlMain(int argc, char** argv, CommandParser parse_command);
 
 #endif  // HIVECTL_FRONTEND_ENTRY_H_

@@ -42,8 +42,6 @@ const Keyword kKeywords[] = {
     {"load", "import", &Make<ImportCommand>},
 };
 
-}  // namespace
-
 std::unique_ptr<Command> ParseCommand(TokenCursor& cursor, Environment& env) {
   std::string_view token = *cursor.next;
   for (const Keyword& keyword : kKeywords) {
@@ -58,4 +56,6 @@ std::unique_ptr<Command> ParseCommand(TokenCursor& cursor, Environment& env) {
   return nullptr;
 }
 
-int main(int argc, char** argv) { return HivectlMain(argc, argv); }
+}  // namespace
+
+int main(int argc, char** argv) { return HivectlMain(argc, argv, &ParseCommand); }
