@@ -3,6 +3,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
+#include <stdexcept>
 #include <utility>
 
 #include <cppdb/errors.h>
@@ -16,6 +17,10 @@
 namespace regkey {
 
 namespace {
+
+// What the memory backend throws for a null text or value name; both
+// backends end such a call the same way.
+constexpr char kNullStringError[] = "basic_string: construction from null is not valid";
 
 std::string CollapseBackslashes(std::string_view text) {
   std::string out;
@@ -192,18 +197,17 @@ bool DBKey::SetValue(const void* data, size_t size, ValueType type, const char* 
     LogReadOnly("SetValue", name ? name : "(null)", nullptr, {});
     return false;
   }
-  std::string value_name(name);  // A null name throws, as in the memory backend.
   switch (type) {
     case kTypeStr:
-      return StoreValue(session, path, value_name.c_str(), kWireStr,
-                        static_cast<const char*>(data));
+      if (data == nullptr) throw std::logic_error(kNullStringError);
+      return StoreNamedValue(name, kWireStr, static_cast<const char*>(data));
     case kTypeI32: {
       if (size < 4) return false;
       int32_t number;
       std::memcpy(&number, data, 4);
       char text[12];
       std::snprintf(text, sizeof text, "%i", number);
-      return StoreValue(session, path, value_name.c_str(), kWireI32, text);
+      return StoreNamedValue(name, kWireI32, text);
     }
     case kTypeI64: {
       if (size < 8) return false;
@@ -211,17 +215,22 @@ bool DBKey::SetValue(const void* data, size_t size, ValueType type, const char* 
       std::memcpy(&number, data, 8);
       char text[21];
       std::snprintf(text, sizeof text, "%" PRId64, number);
-      return StoreValue(session, path, value_name.c_str(), kWireI64, text);
+      return StoreNamedValue(name, kWireI64, text);
     }
     case kTypeBin: {
       size_t encoded_size = 0;
       Base64Encode(data, size, nullptr, encoded_size);
       std::string text(encoded_size, '\0');
       if (!Base64Encode(data, size, text.data(), encoded_size)) return false;
-      return StoreValue(session, path, value_name.c_str(), kWireBin, text.c_str());
+      return StoreNamedValue(name, kWireBin, text.c_str());
     }
   }
   return false;
+}
+
+bool DBKey::StoreNamedValue(const char* name, int code, const char* text) {
+  if (name == nullptr) throw std::logic_error(kNullStringError);
+  return StoreValue(session, path, name, code, text);
 }
 
 bool DBKey::CheckValueExists(std::string_view name) {

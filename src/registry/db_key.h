@@ -71,6 +71,8 @@ class DBKey final : public Key {
  private:
   // Fetches value `name`; false if it is missing, NULL or on an error.
   bool LoadValue(const char* name, int& code, std::string& text);
+  // StoreValue on this key; a null name throws std::logic_error.
+  bool StoreNamedValue(const char* name, int code, const char* text);
   // Runs get_values / get_subkeys if the cursor is stale.
   void LoadValues();
   void ListSubkeys();
