@@ -26,13 +26,15 @@
 --
 -- Concurrency. Every key's parent exists, whatever runs at the same time.
 -- Making a key locks each of its levels FOR SHARE, top first, creating the
--- missing ones (hold_key); storing a value in an existing key locks that key
--- FOR SHARE. Removing, renaming or copying first locks the existing
--- ancestors of the keys concerned FOR SHARE, top first, then those keys
--- themselves (FOR UPDATE, a copy's source FOR SHARE) in folded order, and
--- only then reads the subtree, with a snapshot taken after the locks. So a
--- removal waits for a writer below its key to commit and then sees what it
--- made, and a writer that waited for a removal makes the levels anew.
+-- missing ones (hold_key); storing a value in an existing key locks just that
+-- key FOR SHARE. A removal, rename or copy locks the existing levels above
+-- the keys it works on FOR SHARE and those keys FOR UPDATE (a copy's source
+-- FOR SHARE), all in folded order, before it reads the subtrees with a
+-- snapshot taken after the locks. So a removal waits for a writer below its
+-- key to commit and then sees what it made, and a writer that waited for a
+-- removal makes the levels anew. Every function takes its locks in folded
+-- order, in which a key comes before the keys below it, so no two wait for
+-- each other in a circle.
 --
 -- Parameters arrive as untyped text; no function is overloaded, so every
 -- call resolves to exactly one function.
@@ -138,7 +140,12 @@ CREATE OR REPLACE FUNCTION registry.hold_level(p_path text, f text, up text,
 
 -- The id of the key at p_path, made with every missing level above it, the
 -- top included; every level stays locked FOR SHARE (see hold_level). Levels
--- go top first, so concurrent callers take the locks in one order.
+-- go top first, in folded order like every other lock. Yet a lock can land
+-- out of that order: for a row that a concurrent rename has moved meanwhile,
+-- PostgreSQL locks the moved row before it finds that it no longer matches.
+-- The server then ends the circle by failing one of the waiters with
+-- deadlock_detected; this function, delete_key, rename_key and copy_values
+-- undo their own work and try again.
 CREATE OR REPLACE FUNCTION registry.hold_key(p_path text) RETURNS bigint
   LANGUAGE plpgsql VOLATILE
   AS $$
@@ -148,12 +155,19 @@ CREATE OR REPLACE FUNCTION registry.hold_key(p_path text) RETURNS bigint
     up text COLLATE "C";
     k bigint;
   BEGIN
-    FOR i IN 0 .. coalesce(array_length(parts, 1), 0) LOOP
-      level := array_to_string(parts[1:i], '\');
-      k := registry.hold_level(level, registry.fold(level), up, false);
-      up := registry.fold(level);
+    FOR attempt IN 1 .. 10 LOOP
+      BEGIN
+        up := NULL;
+        FOR i IN 0 .. coalesce(array_length(parts, 1), 0) LOOP
+          level := array_to_string(parts[1:i], '\');
+          k := registry.hold_level(level, registry.fold(level), up, false);
+          up := registry.fold(level);
+        END LOOP;
+        RETURN k;
+      EXCEPTION WHEN deadlock_detected THEN
+        IF attempt = 10 THEN RAISE; END IF;
+      END;
     END LOOP;
-    RETURN k;
   END
   $$;
 
@@ -254,49 +268,72 @@ CREATE OR REPLACE FUNCTION registry.delete_key(p_path text) RETURNS void
     k bigint;
   BEGIN
     IF keep THEN f := left(f, -1); END IF;
-    PERFORM registry.share_ancestors(f);
-    SELECT id INTO k FROM registry.keys
-    WHERE registry.ident(folded) = registry.ident(f) AND folded = f FOR UPDATE;
-    IF k IS NULL THEN RETURN; END IF;
-    IF f = '' THEN
-      DELETE FROM registry.vals WHERE key_id = k;
-      DELETE FROM registry.keys WHERE id <> k;
-      RETURN;
-    END IF;
-    DELETE FROM registry.keys WHERE registry.below(folded, f);
-    IF keep THEN
-      DELETE FROM registry.vals WHERE key_id = k;
-    ELSE
-      DELETE FROM registry.keys WHERE id = k;
-    END IF;
+    FOR attempt IN 1 .. 10 LOOP
+      BEGIN
+        PERFORM registry.share_ancestors(f);
+        SELECT id INTO k FROM registry.keys
+        WHERE registry.ident(folded) = registry.ident(f) AND folded = f FOR UPDATE;
+        IF k IS NULL THEN RETURN; END IF;
+        IF f = '' THEN
+          DELETE FROM registry.vals WHERE key_id = k;
+          DELETE FROM registry.keys WHERE id <> k;
+          RETURN;
+        END IF;
+        DELETE FROM registry.keys WHERE registry.below(folded, f);
+        IF keep THEN
+          DELETE FROM registry.vals WHERE key_id = k;
+        ELSE
+          DELETE FROM registry.keys WHERE id = k;
+        END IF;
+        RETURN;
+      EXCEPTION WHEN deadlock_detected THEN
+        IF attempt = 10 THEN RAISE; END IF;
+      END;
+    END LOOP;
   END
   $$;
 
--- Locks the keys of folded paths f and t FOR UPDATE, in folded order, after
--- their existing ancestors FOR SHARE; a missing t is made first (its
--- ancestors are made as well). Answers whether f exists.
-CREATE OR REPLACE FUNCTION registry.seize_pair(f text, p_to text, t text, f_exclusive boolean)
+-- Locks, in folded order: the existing levels above folded path f FOR
+-- SHARE, f FOR UPDATE (FOR SHARE unless f_exclusive), the levels above
+-- p_to FOR SHARE and p_to FOR UPDATE, making those of p_to that are
+-- missing. All callers lock in folded order, an ancestor before its
+-- descendants, so that none waits for another in a circle. Answers whether
+-- f exists.
+CREATE OR REPLACE FUNCTION registry.seize_pair(f text, p_to text, f_exclusive boolean)
   RETURNS boolean
   LANGUAGE plpgsql VOLATILE
   AS $$
   DECLARE
+    to_parts text[] := string_to_array(p_to, '\');
+    f_parts text[] := string_to_array(f, '\');
     found_f boolean := false;
+    lv record;
   BEGIN
-    PERFORM registry.share_ancestors(f);
-    PERFORM registry.hold_key(registry.parent_path(p_to));
-    FOR pass IN 1 .. 2 LOOP
-      IF (pass = 1) = (f COLLATE "C" < t COLLATE "C") THEN
-        IF f_exclusive THEN
-          PERFORM 1 FROM registry.keys
-          WHERE registry.ident(folded) = registry.ident(f) AND folded = f FOR UPDATE;
-        ELSE
-          PERFORM 1 FROM registry.keys
-          WHERE registry.ident(folded) = registry.ident(f) AND folded = f FOR SHARE;
-        END IF;
-        found_f := FOUND;
+    -- kind: 0 above f, 1 above p_to, 2 f, 3 p_to; a level above both is made.
+    FOR lv IN
+      SELECT DISTINCT ON (folded) folded, path, up, kind FROM (
+        SELECT registry.fold(array_to_string(to_parts[1:i], '\')) COLLATE "C" AS folded,
+               array_to_string(to_parts[1:i], '\') AS path,
+               registry.fold(array_to_string(to_parts[1:i - 1], '\')) AS up,
+               CASE WHEN i = cardinality(to_parts) THEN 3 ELSE 1 END AS kind
+        FROM generate_series(0, cardinality(to_parts)) AS i
+        UNION ALL
+        SELECT array_to_string(f_parts[1:i], '\'), NULL, NULL,
+               CASE WHEN i = cardinality(f_parts) THEN 2 ELSE 0 END
+        FROM generate_series(0, cardinality(f_parts)) AS i) AS levels
+      ORDER BY folded, kind DESC
+    LOOP
+      IF lv.kind = 0 OR (lv.kind = 2 AND NOT f_exclusive) THEN
+        PERFORM 1 FROM registry.keys
+        WHERE registry.ident(folded) = registry.ident(lv.folded) AND folded = lv.folded FOR SHARE;
+      ELSIF lv.kind = 2 THEN
+        PERFORM 1 FROM registry.keys
+        WHERE registry.ident(folded) = registry.ident(lv.folded) AND folded = lv.folded FOR UPDATE;
       ELSE
-        PERFORM registry.hold_level(p_to, t, registry.parent_of(p_to), true);
+        PERFORM registry.hold_level(lv.path, lv.folded, CASE WHEN lv.folded = '' THEN NULL ELSE lv.up END,
+                                    lv.kind = 3);
       END IF;
+      IF lv.kind = 2 THEN found_f := FOUND; END IF;
     END LOOP;
     RETURN found_f;
   END
@@ -318,18 +355,25 @@ CREATE OR REPLACE FUNCTION registry.rename_key(p_from text, p_to text) RETURNS i
     IF NOT registry.has_key(src) THEN RETURN 1; END IF;
     IF f = t THEN RETURN 0; END IF;
     IF left(t, n + 1) = f || '\' OR left(f, length(t) + 1) = t || '\' THEN RETURN 1; END IF;
-    IF NOT registry.seize_pair(f, dst, t, true) THEN RETURN 1; END IF;
-    DELETE FROM registry.keys WHERE registry.below(folded, t);
-    DELETE FROM registry.keys WHERE registry.ident(folded) = registry.ident(t) AND folded = t;
-    UPDATE registry.keys
-    SET path = dst || substr(path, n + 1),
-        folded = t || substr(folded, n + 1),
-        parent = t || substr(parent, n + 1)
-    WHERE registry.below(folded, f);
-    UPDATE registry.keys
-    SET path = dst, folded = t, parent = registry.parent_of(dst)
-    WHERE registry.ident(folded) = registry.ident(f) AND folded = f;
-    RETURN 0;
+    FOR attempt IN 1 .. 10 LOOP
+      BEGIN
+        IF NOT registry.seize_pair(f, dst, true) THEN RETURN 1; END IF;
+        DELETE FROM registry.keys WHERE registry.below(folded, t);
+        DELETE FROM registry.keys
+        WHERE registry.ident(folded) = registry.ident(t) AND folded = t;
+        UPDATE registry.keys
+        SET path = dst || substr(path, n + 1),
+            folded = t || substr(folded, n + 1),
+            parent = t || substr(parent, n + 1)
+        WHERE registry.below(folded, f);
+        UPDATE registry.keys
+        SET path = dst, folded = t, parent = registry.parent_of(dst)
+        WHERE registry.ident(folded) = registry.ident(f) AND folded = f;
+        RETURN 0;
+      EXCEPTION WHEN deadlock_detected THEN
+        IF attempt = 10 THEN RAISE; END IF;
+      END;
+    END LOOP;
   END
   $$;
 
@@ -349,24 +393,30 @@ CREATE OR REPLACE FUNCTION registry.copy_values(p_from text, p_to text) RETURNS 
     IF NOT registry.has_key(src) THEN RETURN 1; END IF;
     IF f = t THEN RETURN 0; END IF;
     IF left(t, n + 1) = f || '\' OR left(f, length(t) + 1) = t || '\' THEN RETURN 1; END IF;
-    IF NOT registry.seize_pair(f, dst, t, false) THEN RETURN 1; END IF;
-    INSERT INTO registry.keys (path, folded, parent)
-    SELECT dst || substr(path, n + 1), t || substr(folded, n + 1), t || substr(parent, n + 1)
-    FROM registry.keys
-    WHERE registry.below(folded, f)
-    ORDER BY folded
-    ON CONFLICT (registry.ident(folded)) DO NOTHING;
-    INSERT INTO registry.vals (key_id, folded_name, name, type, value)
-    SELECT d.id, v.folded_name, v.name, v.type, v.value
-    FROM registry.keys s
-    JOIN registry.vals v ON v.key_id = s.id
-    JOIN registry.keys d ON registry.ident(d.folded) = registry.ident(t || substr(s.folded, n + 1))
-                        AND d.folded = t || substr(s.folded, n + 1)
-    WHERE (registry.ident(s.folded) = registry.ident(f) AND s.folded = f)
-       OR registry.below(s.folded, f)
-    ON CONFLICT (key_id, registry.ident(folded_name))
-      DO UPDATE SET type = EXCLUDED.type, value = EXCLUDED.value;
-    RETURN 0;
+    FOR attempt IN 1 .. 10 LOOP
+      BEGIN
+        IF NOT registry.seize_pair(f, dst, false) THEN RETURN 1; END IF;
+        INSERT INTO registry.keys (path, folded, parent)
+        SELECT dst || substr(path, n + 1), t || substr(folded, n + 1), t || substr(parent, n + 1)
+        FROM registry.keys
+        WHERE registry.below(folded, f)
+        ORDER BY folded
+        ON CONFLICT (registry.ident(folded)) DO NOTHING;
+        INSERT INTO registry.vals (key_id, folded_name, name, type, value)
+        SELECT d.id, v.folded_name, v.name, v.type, v.value
+        FROM registry.keys s
+        JOIN registry.vals v ON v.key_id = s.id
+        JOIN registry.keys d ON registry.ident(d.folded) = registry.ident(t || substr(s.folded, n + 1))
+                            AND d.folded = t || substr(s.folded, n + 1)
+        WHERE (registry.ident(s.folded) = registry.ident(f) AND s.folded = f)
+           OR registry.below(s.folded, f)
+        ON CONFLICT (key_id, registry.ident(folded_name))
+          DO UPDATE SET type = EXCLUDED.type, value = EXCLUDED.value;
+        RETURN 0;
+      EXCEPTION WHEN deadlock_detected THEN
+        IF attempt = 10 THEN RAISE; END IF;
+      END;
+    END LOOP;
   END
   $$;
 
