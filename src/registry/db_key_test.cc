@@ -84,6 +84,9 @@ TEST_F(DBKeyTest, EmptyBinaryReadsAsNothingAndEndsEnumeration) {
   std::string name;
   EXPECT_EQ(key->NextValue(buffer, &type, name), 2);
   EXPECT_EQ(name, "a");
+  // The server lists the empty value last, where it ends the enumeration.
+  EXPECT_EQ(key->NextValue(buffer, &type, name), 2);
+  EXPECT_EQ(name, "c");
   EXPECT_EQ(key->NextValue(buffer, &type, name), 0);
   EXPECT_EQ(key->CountValues(), 3u);
 }
