@@ -112,7 +112,8 @@ CREATE OR REPLACE FUNCTION registry.share_ancestors(f text) RETURNS void
 -- The id of the key at p_path (folded f, parent's folded path up), made if
 -- missing, and locked FOR SHARE, or FOR UPDATE if exclusive, until the
 -- transaction ends. A key that a concurrent transaction removes or renames
--- meanwhile is waited for and then made anew.
+-- meanwhile is waited for and then made anew. The loop ends by itself only
+-- for a name whose SHA-256 another name already holds.
 CREATE OR REPLACE FUNCTION registry.hold_level(p_path text, f text, up text,
                                                exclusive boolean) RETURNS bigint
   LANGUAGE plpgsql VOLATILE
