@@ -133,7 +133,7 @@ KeyPtr DBBackend::Create(std::string_view root, int /*reserved*/, bool read_only
 
 bool DBBackend::Init(std::string_view spec) {
   try {
-    pool = cppdb::pool::create(PoolConnectionInfo(spec));
+    pool_ = cppdb::pool::create(PoolConnectionInfo(spec));
     cppdb::session session = ConnectSession();
     if (!session.is_open()) return false;
     return CheckSchema(session);
@@ -144,8 +144,8 @@ bool DBBackend::Init(std::string_view spec) {
 }
 
 cppdb::session DBBackend::ConnectSession() {
-  if (!pool) throw cppdb::cppdb_error("no connection pool");
-  return cppdb::session(pool->open(), &SetClientMessages);
+  if (!pool_) throw cppdb::cppdb_error("no connection pool");
+  return cppdb::session(pool_->open(), &SetClientMessages);
 }
 
 cppdb::session DBBackend::OpenSession() {

@@ -47,7 +47,7 @@ class DBBackend final : public Backend, public std::enable_shared_from_this<DBBa
   cppdb::session OpenSession();
 
  private:
-  cppdb::ref_ptr<cppdb::pool> pool;  // Written only by Init.
+  cppdb::ref_ptr<cppdb::pool> pool_;  // Written only by Init.
 };
 
 // Writes "ReqistryKeyDB: <step> failed: " and the error's text to the
