@@ -1,7 +1,9 @@
 // Rates of the memory registry through the Key interface, as the commands
 // use it: 1,000,000 values in 100,000 keys (100 groups of 1,000 keys with 10
 // values each, all four types) are stored, read back, enumerated, copied as
-// one subtree and removed. Prints values per second for each phase.
+// one subtree and removed. Then a key of 100,000 values and subkeys is
+// copied onto one of as many whose names interleave with them. Prints values
+// per second for each phase.
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -18,6 +20,8 @@ constexpr int kGroups = 100;
 constexpr int kKeysPerGroup = 1000;
 constexpr int kValuesPerKey = 10;
 constexpr int64_t kValues = int64_t{kGroups} * kKeysPerGroup * kValuesPerKey;
+// Values and subkeys on each side of the merge phase.
+constexpr int kMergeValues = 100000;
 
 using Clock = std::chrono::steady_clock;
 
@@ -123,5 +127,23 @@ int main() {
   start = Clock::now();
   ok = root->RemoveKey("bench copy") && root->RemoveKey("bench");
   Report("remove", start, 2 * kValues, ok && root->CountSubKeys() == 0);
+
+  // A copy onto a crowded key whose names interleave with the source's:
+  // every value and subkey of the source is new there.
+  ok = true;
+  for (int side = 0; side < 2; ++side) {
+    regkey::KeyPtr key = backend->Create("", 0, false, side == 0 ? "to" : "from", true);
+    for (int i = 0; i < kMergeValues; ++i) {
+      const std::string name = "v" + std::to_string(1000000 + 2 * i + side);
+      ok &= key->SetValue(&i, sizeof i, regkey::kTypeI32, name.c_str());
+      ok &= backend->Create("", 0, false, (side == 0 ? "to\\" : "from\\") + name, true)->IsValid();
+    }
+  }
+  start = Clock::now();
+  ok &= root->CopyKey("from", "to");
+  regkey::KeyPtr merged = backend->Create("", 0, true, "to", false);
+  Report("merge", start, 2 * kMergeValues,
+         ok && merged->CountValues() == 2 * kMergeValues &&
+             merged->CountSubKeys() == 2 * kMergeValues);
   return 0;
 }

@@ -15,7 +15,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build}
 connections=${BENCH_CONNECTIONS:-32}
-scripts/build.sh "$build" >/dev/null
+scripts/build.sh "$build" -DHIVECTL_BENCH=ON >/dev/null
 tool=$build/qv_hivectl
 baseline=$build/transfer_baseline
 work=$(mktemp -d /tmp/transfer-bench.XXXXXX)

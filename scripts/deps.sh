@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that are missing for building (and, with the
-# argument "test", for testing) qv_hivectl. Runs apt-get update once, only
-# when something is missing.
+# argument "test", for testing and packaging) qv_hivectl. Runs apt-get update
+# once, only when something is missing.
 set -euo pipefail
 packages=(cmake g++ make libboost-program-options-dev libboost-container-dev
-          libboost-system-dev libcppdb-dev libpq-dev)
+          libcppdb-dev libpq-dev)
 if [ "${1:-}" = test ]; then
-  packages+=(libgtest-dev python3 postgresql-15 postgresql-client-15)
+  packages+=(libgtest-dev python3 postgresql-15 postgresql-client-15 git
+             dpkg-dev file lintian)
 fi
 missing=()
 for p in "${packages[@]}"; do

@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
-# The whole test suite: unit and end-to-end tests on a normal build, again
+# The whole test suite: unit and end-to-end tests on a normal build, the
+# Debian package built from it (scripts/check_package.sh), the tests again
 # under AddressSanitizer with UndefinedBehaviorSanitizer, and the threaded
-# tests under ThreadSanitizer. Database tests run against a throwaway
-# PostgreSQL server started here and stopped on exit, failure included.
+# tests under ThreadSanitizer. Warnings are errors. Database tests run against
+# a throwaway PostgreSQL server started here and stopped on exit, failure
+# included.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh test
@@ -26,13 +28,15 @@ run_ctest() {
   ctest --test-dir "$dir" --output-on-failure -j "$jobs" -E '^unit\.' "$@"
 }
 
-scripts/build.sh build -DHIVECTL_PG_TESTS=ON
+test_options=(-DHIVECTL_TESTS=ON -DHIVECTL_PG_TESTS=ON -DHIVECTL_WERROR=ON)
+scripts/build.sh build "${test_options[@]}"
 run_ctest build
+scripts/check_package.sh build
 
-scripts/build.sh build-asan -DHIVECTL_SANITIZE=address -DHIVECTL_PG_TESTS=ON
+scripts/build.sh build-asan -DHIVECTL_SANITIZE=address "${test_options[@]}"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 run_ctest build-asan
 
-scripts/build.sh build-tsan -DHIVECTL_SANITIZE=thread -DHIVECTL_PG_TESTS=ON
+scripts/build.sh build-tsan -DHIVECTL_SANITIZE=thread "${test_options[@]}"
 export TSAN_OPTIONS=halt_on_error=1
 HIVECTL_PG_SPEC=$unit_spec \
   ctest --test-dir build-tsan --output-on-failure -j "$jobs" -R '^unit\..*(Threaded|Concurrent)'

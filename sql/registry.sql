@@ -3,8 +3,9 @@
 --
 -- Load into an existing database with
 --   psql -v ON_ERROR_STOP=1 -d DATABASE -f sql/registry.sql
--- Loading again is harmless: tables and their rows are kept, indexes of an
--- older load are replaced, functions replaced.
+-- Loading again is harmless: tables and their rows are kept, functions
+-- replaced, and an older schema is upgraded in place (see "Schema version"
+-- below). The packaged qv-hivectl-schema script loads, verifies and grants it.
 --
 -- Model. Every key is one row of registry.keys with its full path as first
 -- spelled ("path"), the same with A-Z folded to a-z ("folded", the identity
@@ -45,6 +46,44 @@ SET client_min_messages = warning;
 BEGIN;
 
 CREATE SCHEMA IF NOT EXISTS registry;
+
+-- Schema version ------------------------------------------------------------
+-- registry.schema_version() answers the version of the file last loaded.
+-- Loading this file over an older schema first runs the numbered upgrade
+-- steps from the version found up to this file's, in this file's one
+-- transaction, before the tables, indexes and functions below are created or
+-- replaced. A schema with registry.keys but no schema_version() is version 1.
+-- A newer schema is refused, so that an older package cannot downgrade it.
+DO $upgrade$
+DECLARE
+  file_version CONSTANT integer := 3;
+  found integer;
+BEGIN
+  IF to_regprocedure('registry.schema_version()') IS NOT NULL THEN
+    EXECUTE 'SELECT registry.schema_version()' INTO found;
+  ELSIF to_regclass('registry.keys') IS NOT NULL THEN
+    found := 1;
+  END IF;
+  IF found > file_version THEN
+    RAISE EXCEPTION 'registry schema version % is newer than this file (version %)',
+      found, file_version;
+  END IF;
+
+  -- Upgrade steps, oldest first; step N turns version N-1 into N and runs
+  -- only on a schema older than N. A new schema skips them all.
+  --
+  -- Step 2: version 1 lacked schema_version() and the role grants; its
+  -- tables and data stay as they are.
+  --
+  -- Step 3: versions up to 2 indexed whole names, which limited a name to
+  -- about 2.7 kB. The statements after this block replace those indexes
+  -- (they drop what an older load made and create what is missing, so they
+  -- are harmless on any version); rows stay as they are.
+
+  EXECUTE format('CREATE OR REPLACE FUNCTION registry.schema_version() RETURNS integer
+                    LANGUAGE sql IMMUTABLE PARALLEL SAFE AS $$ SELECT %s $$', file_version);
+END
+$upgrade$;
 
 CREATE TABLE IF NOT EXISTS registry.keys (
   id bigint GENERATED ALWAYS AS IDENTITY PRIMARY KEY,
@@ -446,5 +485,33 @@ CREATE OR REPLACE FUNCTION registry.get_subkeys(p_path text) RETURNS SETOF text
         WHERE registry.ident(parent) = registry.ident(registry.fold(p_path))
           AND parent = registry.fold(p_path)
         ORDER BY folded $$;
+
+-- Optional roles ------------------------------------------------------------
+-- registry_reader may read (get, exists, show, export), registry_writer may
+-- do everything. Loading this file does not create them (they are global to
+-- the cluster, and creating them needs CREATEROLE); "qv-hivectl-schema grant"
+-- does, and then calls registry.grant_roles(), which loading the file calls
+-- too, so that the roles that exist cover the functions of this version.
+CREATE OR REPLACE FUNCTION registry.grant_roles() RETURNS void
+  LANGUAGE plpgsql VOLATILE
+  AS $$
+  BEGIN
+    IF to_regrole('registry_reader') IS NOT NULL THEN
+      GRANT USAGE ON SCHEMA registry TO registry_reader;
+      GRANT SELECT ON registry.keys, registry.vals TO registry_reader;
+      GRANT EXECUTE ON FUNCTION registry.schema_version(), registry.has_key(text),
+        registry.has_value(text, text), registry.get_value(text, text),
+        registry.get_values_cnt(text), registry.get_values(text),
+        registry.get_subkeys(text) TO registry_reader;
+    END IF;
+    IF to_regrole('registry_writer') IS NOT NULL THEN
+      GRANT USAGE ON SCHEMA registry TO registry_writer;
+      GRANT SELECT, INSERT, UPDATE, DELETE ON ALL TABLES IN SCHEMA registry TO registry_writer;
+      GRANT USAGE ON ALL SEQUENCES IN SCHEMA registry TO registry_writer;
+      GRANT EXECUTE ON ALL FUNCTIONS IN SCHEMA registry TO registry_writer;
+    END IF;
+  END
+  $$;
+DO $$ BEGIN PERFORM registry.grant_roles(); END $$;
 
 COMMIT;

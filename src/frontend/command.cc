@@ -1,10 +1,6 @@
 #include "frontend/command.h"
 
-#include "frontend/key_commands.h"
-#include "frontend/show_command.h"
-#include "frontend/value_commands.h"
-#include "transfer/export_command.h"
-#include "transfer/import_command.h"
+#include "registry/key_paths.h"
 
 std::string registry_root;
 
@@ -14,11 +10,11 @@ bool CommandBase::ReadKeyName(TokenCursor& cursor, std::string& target) {
     return false;
   }
   std::string_view token = *cursor.next;
-  if (!token.empty() && token.front() == '\\') {
+  if (regkey::StartsWithBackslash(token)) {
     FailureStream(true) << "key name '" << token << "' is invalid: starts with '\\'\n";
     return false;
   }
-  if (!token.empty() && token.back() == '\\') {
+  if (regkey::EndsWithBackslash(token)) {
     FailureStream(true) << "key name '" << token << "' is invalid: ends with '\\'\n";
     return false;
   }
@@ -85,51 +81,4 @@ bool CommandBase::ReportBackendResult(bool succeeded) {
 void CommandBase::ReportOpenFailure(const std::string& path, const std::error_code& error_code) {
   FailureStream(true) << "can't open file '" << path << "': (" << error_code.value() << ") "
                       << error_code.message() << '\n';
-}
-
-namespace {
-
-template <typename T>
-std::unique_ptr<Command> Make(const char* name, Environment* env) {
-  return std::make_unique<T>(name, env);
-}
-
-struct Keyword {
-  std::string_view token;
-  const char* name;  // what messages show; differs for hidden aliases
-  std::unique_ptr<Command> (*make)(const char* name, Environment* env);
-};
-
-// Matching is exact and case-sensitive, so the order changes no result.
-const Keyword kKeywords[] = {
-    {"get", "get", &Make<GetCommand>},
-    {"set", "set", &Make<SetCommand>},
-    {"exists", "exists", &Make<ExistsCommand>},
-    {"removev", "removev", &Make<RemoveValueCommand>},
-    {"renamev", "renamev", &Make<RenameValueCommand>},
-    {"copyv", "copyv", &Make<CopyValueCommand>},
-    {"show", "show", &Make<ShowCommand>},
-    {"remove", "remove", &Make<RemoveKeyCommand>},
-    {"rename", "rename", &Make<RenameKeyCommand>},
-    {"copy", "copy", &Make<CopyKeyCommand>},
-    {"export", "export", &Make<ExportCommand>},
-    {"store", "export", &Make<ExportCommand>},
-    {"import", "import", &Make<ImportCommand>},
-    {"load", "import", &Make<ImportCommand>},
-};
-
-}  // namespace
-
-std::unique_ptr<Command> ParseCommand(TokenCursor& cursor, Environment& env) {
-  std::string_view token = *cursor.next;
-  for (const Keyword& keyword : kKeywords) {
-    if (token != keyword.token) continue;
-    std::unique_ptr<Command> command = keyword.make(keyword.name, &env);
-    ++cursor.next;
-    --cursor.remaining;
-    if (!command->ParseArguments(cursor)) return nullptr;
-    return command;
-  }
-  *env.error << "fatal: unknown command '" << token << "'\n";
-  return nullptr;
 }

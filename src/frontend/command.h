@@ -68,8 +68,9 @@ class CommandBase : public Command {
 };
 
 // Makes the command named by the token at the cursor and parses its
-// arguments. Null on failure, after the message was written.
-// REQUIRES: cursor.remaining > 0.
-std::unique_ptr<Command> ParseCommand(TokenCursor& cursor, Environment& env);
+// arguments. Null on failure, after the message was written. The program
+// supplies it (main.cc holds the keyword table), so that the framework needs
+// none of the commands. REQUIRES: cursor.remaining > 0.
+using CommandParser = std::unique_ptr<Command> (*)(TokenCursor& cursor, Environment& env);
 
 #endif  // HIVECTL_FRONTEND_COMMAND_H_

@@ -23,8 +23,6 @@ namespace {
 
 constexpr const char* kDefaultProgramName = "qv_hivectl";
 constexpr unsigned kHelpLineLength = 1000;
-// unix_style plus long_case_insensitive.
-constexpr int kCommandLineStyle = 0x7f7;
 constexpr uint32_t kMaxDBConnectionsLimit = 512;
 constexpr size_t kMaxListedTokens = 5;
 
@@ -253,6 +251,106 @@ void SetRegistryRoot(const std::string& root) {
   registry_root = root;
 }
 
+// The option library builds a message by replacing each %name% placeholder
+// of its template until none is left, so a text that itself holds a
+// placeholder (an option value of "%value%", say) is substituted into
+// itself forever. A copy of the exception hides the '%' of every text while
+// the library formats, then brings them back.
+template <class OptionError>
+class PlaceholderSafeError : public OptionError {
+ public:
+  explicit PlaceholderSafeError(const OptionError& error) : OptionError(error) {}
+
+  std::string Message() {
+    for (auto& substitution : this->m_substitutions) {
+      substitution.second = HidePercent(substitution.second);
+    }
+    return RestorePercent(this->what());
+  }
+
+ private:
+  static constexpr char kMark = '\x01';  // never in a template of the library
+
+  static std::string HidePercent(const std::string& text) {
+    std::string hidden;
+    for (char c : text) {
+      if (c == '%' || c == kMark) {
+        hidden += kMark;
+        hidden += c == '%' ? 'p' : 'm';
+      } else {
+        hidden += c;
+      }
+    }
+    return hidden;
+  }
+
+  static std::string RestorePercent(const std::string& text) {
+    std::string restored;
+    for (size_t i = 0; i < text.size(); ++i) {
+      if (text[i] == kMark && i + 1 < text.size() && (text[i + 1] == 'p' || text[i + 1] == 'm')) {
+        restored += text[++i] == 'p' ? '%' : kMark;
+      } else {
+        restored += text[i];
+      }
+    }
+    return restored;
+  }
+};
+
+std::string ExceptionMessage(const std::exception& error) {
+  // ambiguous_option formats its own list of alternatives; keep its type.
+  if (const auto* ambiguous = dynamic_cast<const po::ambiguous_option*>(&error)) {
+    return PlaceholderSafeError<po::ambiguous_option>(*ambiguous).Message();
+  }
+  if (const auto* named = dynamic_cast<const po::error_with_option_name*>(&error)) {
+    return PlaceholderSafeError<po::error_with_option_name>(*named).Message();
+  }
+  return error.what();
+}
+
+// Boost's parser takes each token off the front of the vector it holds, so
+// one run costs time quadratic in the tokens it is given. It gets the line
+// in windows instead, each ending behind a token that never takes the next
+// token as its value: a word without a leading dash, a lone "-", or a short
+// option of an unknown letter such as "-5" (the parser keeps that one whole
+// as an unregistered option). Every option thus finds its value in its own
+// window, and the windows parse as the whole line does.
+bool EndsWindow(const std::string& token, const po::options_description& options) {
+  if (token.size() < 2 || token[0] != '-') return true;
+  if (token[1] == '-') return false;
+  return options.find_nothrow(token.substr(0, 2), false, false, false) == nullptr;
+}
+
+size_t WindowEnd(const std::vector<std::string>& tokens, size_t begin, size_t window,
+                 const po::options_description& options) {
+  size_t end = std::min(tokens.size(), begin + std::max<size_t>(window, 1));
+  while (end < tokens.size() && !EndsWindow(tokens[end - 1], options)) ++end;
+  return end;
+}
+
+size_t OriginalTokenCount(const std::vector<po::option>& parsed) {
+  size_t count = 0;
+  for (const po::option& option : parsed) count += option.original_tokens.size();
+  return count;
+}
+
+po::parsed_options ParseWindow(const std::vector<std::string>& tokens,
+                               const po::options_description& options) {
+  return po::command_line_parser(tokens)
+      .options(options)
+      .style(kCommandLineStyle)
+      .allow_unregistered()
+      .run();
+}
+
+// A token behind "--", as the parser records it.
+po::option CommandToken(const std::string& token) {
+  po::option option;
+  option.value.push_back(token);
+  option.original_tokens.push_back(token);
+  return option;
+}
+
 // Every original token of unregistered or positional entries, in order.
 std::vector<std::string_view> CollectCommandTokens(const po::parsed_options& parsed, int argc) {
   std::vector<std::string_view> tokens;
@@ -276,11 +374,12 @@ void ReportParseFailure(std::ostream& error, const std::vector<std::string_view>
 }
 
 // The three stages over the whole command line.
-int RunCommands(const std::vector<std::string_view>& tokens, Environment& env) {
+int RunCommands(const std::vector<std::string_view>& tokens, Environment& env,
+                CommandParser parse_command) {
   std::vector<std::unique_ptr<Command>> commands;
   TokenCursor cursor{tokens.data(), tokens.size()};
   while (cursor.remaining > 0) {
-    std::unique_ptr<Command> command = ParseCommand(cursor, env);
+    std::unique_ptr<Command> command = parse_command(cursor, env);
     if (!command) {
       ReportParseFailure(*env.error, tokens, cursor);
       return 1;
@@ -300,7 +399,7 @@ int RunCommands(const std::vector<std::string_view>& tokens, Environment& env) {
   return 0;
 }
 
-int RunHivectl(int argc, char** argv) {
+int RunHivectl(int argc, char** argv, CommandParser parse_command) {
   const std::string program_name = ProgramName(argc, argv);
   const Profile& profile = SelectProfile(program_name);
 
@@ -336,11 +435,10 @@ int RunHivectl(int argc, char** argv) {
   po::options_description all;
   all.add(general).add(behavior);
 
-  // The parser skips argv[0]; without one there is nothing to parse.
-  po::command_line_parser parser = argc >= 1 ? po::command_line_parser(argc, argv)
-                                             : po::command_line_parser(std::vector<std::string>());
-  po::parsed_options parsed =
-      parser.options(all).style(kCommandLineStyle).allow_unregistered().run();
+  // argv[0] is no token; without one there is nothing to parse.
+  const std::vector<std::string> arguments =
+      argc >= 1 ? std::vector<std::string>(argv + 1, argv + argc) : std::vector<std::string>();
+  po::parsed_options parsed = ParseCommandLine(arguments, all);
   WarnAboutSingleDash(parsed, all);
   po::variables_map variables;
   po::store(parsed, variables);
@@ -367,16 +465,43 @@ int RunHivectl(int argc, char** argv) {
     env.max_db_connections =
         std::max<uint32_t>(1, std::min(values.max_db_connections, kMaxDBConnectionsLimit));
   }
-  return RunCommands(tokens, env);
+  return RunCommands(tokens, env, parse_command);
 }
 
 }  // namespace
 
-int HivectlMain(int argc, char** argv) {
+po::parsed_options ParseCommandLine(const std::vector<std::string>& tokens,
+                                    const po::options_description& options, size_t window) {
+  po::parsed_options parsed(&options);
+  size_t begin = 0;
+  do {
+    const size_t end = WindowEnd(tokens, begin, window, options);
+    po::parsed_options part = ParseWindow(
+        std::vector<std::string>(tokens.begin() + begin, tokens.begin() + end), options);
+    parsed.m_options_prefix = part.m_options_prefix;
+    const size_t kept = OriginalTokenCount(part.options);
+    std::move(part.options.begin(), part.options.end(), std::back_inserter(parsed.options));
+    // The parser drops the "--" mark, and no other token: everything behind
+    // the mark is a command token.
+    if (kept < end - begin) {
+      for (size_t i = end; i < tokens.size(); ++i) parsed.options.push_back(CommandToken(tokens[i]));
+      break;
+    }
+    begin = end;
+  } while (begin < tokens.size());
+  int position = 0;
+  for (po::option& option : parsed.options) {
+    if (option.string_key.empty()) option.position_key = position++;
+  }
+  return parsed;
+}
+
+int HivectlMain(int argc, char** argv, CommandParser parse_command) {
   try {
-    return RunHivectl(argc, argv);
+    return RunHivectl(argc, argv, parse_command);
   } catch (const std::exception& e) {
-    std::cerr << "fatal: " << e.what() << "\n";
+    const std::string message = ExceptionMessage(e);
+    std::cerr << "fatal: " << message << "\n";
     return 1;
   }
 }

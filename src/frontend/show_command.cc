@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "registry/backend.h"
+#include "support/value_codec.h"
 
 namespace {
 
@@ -99,18 +100,14 @@ bool ShowCommand::Execute() {
     out << '\t';
     const char* bytes = value.data.get();
     switch (value.type) {
-      case regkey::kTypeI32: {
-        uint32_t number = 0;
-        std::memcpy(&number, bytes, sizeof number);
-        out << "i32 " << number;
+      case regkey::kTypeI32:
+        out << "i32 ";
+        WriteDecimal(out, DecodeFixed32(bytes));
         break;
-      }
-      case regkey::kTypeI64: {
-        uint64_t number = 0;
-        std::memcpy(&number, bytes, sizeof number);
-        out << "i64 " << number;
+      case regkey::kTypeI64:
+        out << "i64 ";
+        WriteDecimal(out, DecodeFixed64(bytes));
         break;
-      }
       case regkey::kTypeStr: {
         size_t length = static_cast<size_t>(value.size) - 1;
         out << "str " << EscapeForDisplay(bytes, std::min(length, kMaxShownText), scratch);

@@ -1,13 +1,16 @@
 #include "frontend/value_commands.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <functional>
 #include <istream>
+#include <system_error>
 
 #include "frontend/value_parse.h"
 #include "registry/backend.h"
 #include "support/encoders.h"
+#include "support/value_codec.h"
 
 namespace {
 
@@ -60,18 +63,14 @@ bool GetCommand::Execute() {
   }
   std::ostream& out = *env->output;
   switch (type) {
-    case regkey::kTypeI32: {
-      uint32_t number = 0;
-      std::memcpy(&number, value.get(), sizeof number);
-      out << number << '\n';
+    case regkey::kTypeI32:
+      WriteDecimal(out, DecodeFixed32(value.get()));
+      out << '\n';
       break;
-    }
-    case regkey::kTypeI64: {
-      uint64_t number = 0;
-      std::memcpy(&number, value.get(), sizeof number);
-      out << number << '\n';
+    case regkey::kTypeI64:
+      WriteDecimal(out, DecodeFixed64(value.get()));
+      out << '\n';
       break;
-    }
     case regkey::kTypeStr: {
       size_t length = static_cast<size_t>(result) - 1;
       out.write(value.get(), static_cast<std::streamsize>(length));
@@ -79,15 +78,12 @@ bool GetCommand::Execute() {
       break;
     }
     case regkey::kTypeBin: {
-      size_t encoded_size = 0;
-      Base64Encode(value.get(), static_cast<size_t>(result), nullptr, encoded_size);
-      auto encoded = std::make_unique<char[]>(encoded_size + 1);
-      if (!Base64Encode(value.get(), static_cast<size_t>(result), encoded.get(), encoded_size)) {
+      std::string encoded;
+      if (!Base64EncodeTo(value.get(), static_cast<size_t>(result), encoded)) {
         FailureStream(true) << "base64 encode failed\n";
         return false;
       }
-      out.write(encoded.get(), static_cast<std::streamsize>(encoded_size));
-      out << '\n';
+      out << encoded << '\n';
       break;
     }
     default:
@@ -173,8 +169,7 @@ bool SetCommand::ParseValueData(std::string_view token) {
                             << '\n';
         return false;
       }
-      size_t decoded_size = 0;
-      Base64Decode(token.data(), token.size(), nullptr, decoded_size);
+      size_t decoded_size = Base64DecodedSize(token.data(), token.size());
       auto decoded = std::make_unique<char[]>(decoded_size + 1);
       if (!Base64Decode(token.data(), token.size(), decoded.get(), decoded_size)) {
         FailureStream(true) << "base64 decode failed\n";
@@ -203,7 +198,14 @@ bool SetCommand::Prepare() {
     }
     stream = file.get();
   }
-  ReadStream(*stream);
+  errno = 0;
+  if (!ReadStream(*stream)) {
+    // A read error (e.g. FILE is a directory) must not pass for an empty file.
+    const std::error_code error_code(errno != 0 ? errno : EIO, std::system_category());
+    FailureStream(true) << "can't read file '" << file_name << "': (" << error_code.value()
+                        << ") " << error_code.message() << '\n';
+    return false;
+  }
   if (type == kSetFstr) {
     data[size] = '\0';
     const void* nul = std::memchr(data.get(), '\0', size);
@@ -220,11 +222,11 @@ bool SetCommand::Prepare() {
 
 // Reads to the end of `stream` in chunks, growing the block by half its
 // capacity at a time, always keeping one byte free behind the content.
-void SetCommand::ReadStream(std::istream& stream) {
+bool SetCommand::ReadStream(std::istream& stream) {
   size = 0;
   size_t capacity = kReadReserve;
   data = std::make_unique<char[]>(capacity);
-  if (stream.eof()) return;
+  if (stream.eof()) return true;
   while (true) {
     if (capacity < size + kReadReserve) {
       size_t grown = std::max<size_t>(size + kReadReserve, capacity * 3 >> 1);
@@ -235,9 +237,9 @@ void SetCommand::ReadStream(std::istream& stream) {
     }
     stream.read(data.get() + size, kReadChunk);
     size += static_cast<size_t>(stream.gcount());
-    if (stream.eof()) break;
+    if (stream.eof()) return true;
     // A stream that failed without reaching its end would never get there.
-    if (stream.fail()) break;
+    if (stream.fail()) return false;
   }
 }
 

@@ -31,7 +31,8 @@ class SetCommand final : public CommandBase {
 
  private:
   bool ParseValueData(std::string_view token);
-  void ReadStream(std::istream& stream);
+  // Reads `stream` to its end into `data`; false on a read error.
+  bool ReadStream(std::istream& stream);
 
   uint32_t type = 0;                // SetType code, 1 to 8 once parsed
   std::unique_ptr<char[]> data;     // null until the value has been read

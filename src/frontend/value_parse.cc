@@ -89,7 +89,9 @@ bool ParseInteger(std::string_view text, uint64_t& magnitude, bool& negative) {
   buffer[text.size()] = '\0';
   const char* end = nullptr;
   magnitude = ConvertBase0(buffer, &end);
-  return *end == '\0';
+  // The conversion must take the whole text: a NUL byte inside it also
+  // stops the conversion, but short of the end.
+  return end == buffer + text.size();
 }
 
 bool ParseInt32(std::string_view text, uint32_t& result) {

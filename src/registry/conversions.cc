@@ -10,6 +10,7 @@
 
 #include "registry/memory_tree.h"
 #include "support/encoders.h"
+#include "support/value_codec.h"
 
 namespace regkey {
 
@@ -66,8 +67,7 @@ int64_t TextAsInt64(const char* text, void** out, size_t limit) {
 }
 
 int64_t DecodeBase64(const std::string& text, void** out, size_t limit) {
-  size_t size = 0;
-  Base64Decode(text.data(), text.size(), nullptr, size);
+  size_t size = Base64DecodedSize(text.data(), text.size());
   if (size == 0) return 0;
   if (size > limit) return -static_cast<int64_t>(size);
   void* block = *out != nullptr ? *out : std::malloc(size);
@@ -165,9 +165,8 @@ int64_t ConvertMemoryValue(const StoredValue& value, ValueType wanted, void** ou
           return Deliver(&wide, sizeof wide, out, limit);
         }
         case kTypeStr: {
-          char text[12];
-          const int length = std::snprintf(text, sizeof text, "%i", number);
-          return Deliver(text, static_cast<size_t>(length) + 1, out, limit);
+          const std::string text = DecimalText(number);
+          return Deliver(text.c_str(), text.size() + 1, out, limit);
         }
       }
       return 0;
@@ -183,9 +182,8 @@ int64_t ConvertMemoryValue(const StoredValue& value, ValueType wanted, void** ou
         case kTypeBin:
           return Deliver(&number, sizeof number, out, limit);
         case kTypeStr: {
-          char text[21];
-          const int length = std::snprintf(text, sizeof text, "%li", number);
-          return Deliver(text, static_cast<size_t>(length) + 1, out, limit);
+          const std::string text = DecimalText(number);
+          return Deliver(text.c_str(), text.size() + 1, out, limit);
         }
       }
       return 0;

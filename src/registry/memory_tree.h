@@ -12,9 +12,14 @@
 // Thread safety: each node has its own mutex and every single-node operation
 // holds it for exactly its own duration. There is no tree-wide lock; a walk
 // locks one node at a time. CloneTree locks parent before child; MergeFrom
-// locks destination before source at each level and keeps those locks through
-// the recursion, so merging a node with itself, or two merges in opposite
-// directions at once, deadlock. Print and the *Unlocked counts take no lock.
+// locks destination before source at each level and keeps those locks until
+// the levels below are done, so merging a node with itself, or two merges in
+// opposite directions at once, deadlock. Print and the *Unlocked counts take
+// no lock.
+//
+// Depth: no operation recurses over the levels of the tree (destruction
+// included); the whole-subtree walks keep their levels on the heap, so a
+// chain of any depth fits the call stack.
 #ifndef HIVECTL_REGISTRY_MEMORY_TREE_H_
 #define HIVECTL_REGISTRY_MEMORY_TREE_H_
 
@@ -84,6 +89,8 @@ class Node {
   Node() = default;
   Node(const Node&) = delete;
   Node& operator=(const Node&) = delete;
+  // Releases the subtree level by level instead of recursively.
+  ~Node();
 
   bool HasValue(const std::string& name);
   // A copy of the value; kEmpty when absent.
@@ -121,6 +128,14 @@ class Node {
   size_t SubKeyCountUnlocked() const { return subkeys_.size(); }
 
  private:
+  struct CloneLevel;
+  struct MergeLevel;
+  // Locks `source`, copies its values into `copy` and starts a level.
+  static CloneLevel OpenClone(Node& source, Node& copy);
+  // Locks this node and `source`, merges the values and the subkeys this
+  // node lacks, and starts a level for the subkeys both have.
+  MergeLevel OpenMerge(Node& source);
+
   std::mutex mutex_;
   // Guarded by mutex_ (except for the unlocked reads above and Print).
   ValueMap values_;

@@ -5,7 +5,9 @@
 #include <utility>
 
 #include "frontend/value_parse.h"
+#include "registry/key_paths.h"
 #include "support/encoders.h"
+#include "support/value_codec.h"
 
 namespace {
 
@@ -20,13 +22,6 @@ bool NeedsQuoting(const char* text, size_t length) {
     if (c == '\n' || c == '\r' || c == kQuote || c == kDelimiter) return true;
   }
   return false;
-}
-
-template <typename Number>
-void WriteNumber(std::ostream& out, Number number) {
-  char digits[24];
-  auto end = std::to_chars(digits, digits + sizeof(digits), number).ptr;
-  out.write(digits, end - digits);
 }
 
 bool HasControlByte(const char* data, size_t size) {
@@ -63,20 +58,14 @@ CsvWriteResult WriteCsvRow(std::ostream& out, std::string_view quoted_key,
   std::string_view name = QuoteCsvField(value_name.data(), value_name.size(), scratch);
   out.write(name.data(), name.size());
   switch (type) {
-    case regkey::kTypeI32: {
-      uint32_t number = 0;
-      std::memcpy(&number, data, sizeof(number));
+    case regkey::kTypeI32:
       out.write(",i32,", 5);
-      WriteNumber(out, number);
+      WriteDecimal(out, DecodeFixed32(data));
       break;
-    }
-    case regkey::kTypeI64: {
-      uint64_t number = 0;
-      std::memcpy(&number, data, sizeof(number));
+    case regkey::kTypeI64:
       out.write(",i64,", 5);
-      WriteNumber(out, number);
+      WriteDecimal(out, DecodeFixed64(data));
       break;
-    }
     case regkey::kTypeStr: {
       out.write(",str,", 5);
       std::string_view text = QuoteCsvField(data, size > 0 ? size - 1 : 0, scratch);
@@ -90,14 +79,9 @@ CsvWriteResult WriteCsvRow(std::ostream& out, std::string_view quoted_key,
         out.write(bytes.data(), bytes.size());
         break;
       }
-      size_t encoded_size = 0;
-      Base64Encode(data, size, nullptr, encoded_size);
-      scratch.resize(encoded_size);
-      if (!Base64Encode(data, size, scratch.data(), encoded_size)) {
-        return CsvWriteResult::kBase64Failed;
-      }
+      if (!Base64EncodeTo(data, size, scratch)) return CsvWriteResult::kBase64Failed;
       out.write(",b64,", 5);
-      out.write(scratch.data(), encoded_size);
+      out.write(scratch.data(), scratch.size());
       break;
     }
     default:
@@ -244,11 +228,11 @@ bool CsvRowReader::CheckHeaderField(std::string_view field) {
 }
 
 bool CsvRowReader::ReadKeyField(std::string_view field) {
-  if (!field.empty() && field.front() == '\\') {
+  if (regkey::StartsWithBackslash(field)) {
     RowMessage() << "key name '" << field << "' is invalid: starts with '\\'\n";
     if (!RowFailed()) return false;
   }
-  if (!field.empty() && field.back() == '\\') {
+  if (regkey::EndsWithBackslash(field)) {
     RowMessage() << "key name '" << field << "' is invalid: ends with '\\'\n";
     if (!RowFailed()) return false;
   }
@@ -313,8 +297,7 @@ bool CsvRowReader::ReadBase64(std::string_view field) {
                  << "' in position " << error_position << "\n";
     if (!RowFailed()) return false;
   }
-  size_t decoded_size = 0;
-  Base64Decode(field.data(), field.size(), nullptr, decoded_size);
+  size_t decoded_size = Base64DecodedSize(field.data(), field.size());
   row_.size = decoded_size;
   row_.data.reset(new char[decoded_size + 1]);
   if (!Base64Decode(field.data(), field.size(), row_.data.get(), decoded_size)) {

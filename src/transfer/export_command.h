@@ -22,10 +22,9 @@ class ExportCommand final : public CommandBase {
   bool Execute() override;
 
  private:
-  // Writes the rows of `key` (KNAME `path`), then recurses into its
-  // subkeys. False on a value that cannot be written; the message is out.
-  bool ExportKey(regkey::Key& key, const std::string& path, std::ostream& out,
-                 ProgressReport& progress);
+  // Writes the rows of `top` (empty KNAME) and of every key below it.
+  // False on a value that cannot be written; the message is out.
+  bool ExportKey(regkey::Key& top, std::ostream& out, ProgressReport& progress);
   bool WriteKeyValues(regkey::Key& key, const std::string& path, std::ostream& out,
                       ProgressReport& progress);
 

@@ -2,9 +2,11 @@
 // standard input for "-") below KEY.
 //
 // Prepare reads and checks the whole input and keeps all rows in memory,
-// sorted by key; nothing reaches the registry there, so a bad file stops
-// the run before any command of the line executes. Execute stores the rows
-// with 1 to env->max_db_connections worker threads that claim batches of
+// sorted by key and within a key by value name as the memory registry
+// orders names (rows naming the same value stay in file order); nothing
+// reaches the registry there, so a bad file stops the run before any
+// command of the line executes. Execute stores the rows with 1 to
+// env->max_db_connections worker threads that claim batches of
 // kImportBatchSize rows through one atomic index. There is no rollback:
 // what a worker stored before a failure stays stored.
 #ifndef HIVECTL_TRANSFER_IMPORT_COMMAND_H_

@@ -15,18 +15,33 @@ foreach(case_file ${HIVECTL_E2E_CASES})
   file(STRINGS ${case_file} label_line REGEX "^labels:")
   string(REGEX REPLACE "^labels:[ \t]*" "" case_labels "${label_line}")
   string(REPLACE " " ";" case_labels "${case_labels}")
+  # A "settings:" line runs the file once per setting, as $SETTING.
+  file(STRINGS ${case_file} settings_line REGEX "^settings:")
+  string(REGEX REPLACE "^settings:[ \t]*" "" case_settings "${settings_line}")
+  string(REPLACE " " ";" case_settings "${case_settings}")
+  if(NOT case_settings)
+    set(case_settings "-")
+  endif()
   foreach(backend ${HIVECTL_E2E_BACKENDS})
     if(backend_line AND NOT backend_line MATCHES "[ \t]${backend}([ \t]|$)")
       continue()
     endif()
-    add_test(NAME e2e.${backend}.${case_name}
-      COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/tests/e2e/run_case.py
-              --binary $<TARGET_FILE:qv_hivectl> --backend ${backend} ${case_file})
-    set_tests_properties(e2e.${backend}.${case_name} PROPERTIES
-      LABELS "e2e;${backend};${case_labels}" TIMEOUT 120)
-    if(backend STREQUAL "postgres")
-      # Cases share one database; they reset it first, so they run one at a time.
-      set_tests_properties(e2e.${backend}.${case_name} PROPERTIES RESOURCE_LOCK registry_db)
-    endif()
+    foreach(setting ${case_settings})
+      set(test_name e2e.${backend}.${case_name})
+      set(setting_args)
+      if(NOT setting STREQUAL "-")
+        set(test_name ${test_name}.${setting})
+        set(setting_args --setting ${setting})
+      endif()
+      add_test(NAME ${test_name}
+        COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/tests/e2e/run_case.py
+                --binary $<TARGET_FILE:qv_hivectl> --backend ${backend} ${setting_args} ${case_file})
+      set_tests_properties(${test_name} PROPERTIES
+        LABELS "e2e;${backend};${case_labels}" TIMEOUT 120)
+      if(backend STREQUAL "postgres")
+        # Cases share one database; they reset it first, so they run one at a time.
+        set_tests_properties(${test_name} PROPERTIES RESOURCE_LOCK registry_db)
+      endif()
+    endforeach()
   endforeach()
 endforeach()

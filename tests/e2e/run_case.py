@@ -20,7 +20,7 @@ import sys
 import tempfile
 
 HEADER = re.compile(
-    r'^(backends|labels|program|argv0|args|argv|stdin|stdin-escaped|status|'
+    r'^(backends|labels|settings|program|argv0|args|argv|stdin|stdin-escaped|status|'
     r'stdout|stdout-escaped|stdout-re|stderr|stderr-escaped|stderr-re|'
     r'file|file-escaped|expect-file|expect-file-escaped|expect-missing|shell)'
     r'(?:\[(memory|postgres)\])?(?: ([^:]+))?:(?: (.*))?$')
@@ -49,8 +49,8 @@ class Section:
     def data(self):
         if self.key.endswith('-escaped'):
             return unescape(''.join(self.lines) if self.inline is None else self.inline)
-        if self.inline is not None:
-            return self.inline.encode('utf-8', 'surrogateescape')
+        if self.inline is not None:  # a one-line section
+            return (self.inline + '\n').encode('utf-8', 'surrogateescape')
         return literal(list(self.lines))
 
 
@@ -198,11 +198,12 @@ def main():
     parser.add_argument('--binary', required=True)
     parser.add_argument('--backend', choices=('memory', 'postgres'), required=True)
     parser.add_argument('--timeout', type=float, default=60)
+    parser.add_argument('--setting', default='')
     parser.add_argument('case')
     args = parser.parse_args()
     args.binary = os.path.abspath(args.binary)
     globals_, runs = parse(args.case)
-    variables = {'BINARY': args.binary}
+    variables = {'BINARY': args.binary, 'SETTING': args.setting}
     if args.backend == 'memory':
         variables['BACKEND'] = 'memory:'
     else:

@@ -1,0 +1,66 @@
+#include "frontend/entry.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace po = boost::program_options;
+
+namespace {
+
+// Every field of the parsed options that store() and the entry function
+// read, or the message of the exception.
+std::string Describe(const std::function<po::parsed_options()>& parse) {
+  std::string text;
+  try {
+    for (const po::option& option : parse().options) {
+      text += option.string_key + "|" + std::to_string(option.position_key) +
+              (option.unregistered ? "|unregistered" : "") +
+              (option.case_insensitive ? "|case-insensitive" : "");
+      for (const std::string& value : option.value) text += "|value=" + value;
+      for (const std::string& token : option.original_tokens) text += "|token=" + token;
+      text += "\n";
+    }
+  } catch (const std::exception& e) {
+    text = std::string("exception: ") + e.what();
+  }
+  return text;
+}
+
+// Every line of up to three tokens from a set that takes each road through
+// the parser (words, unknown and known short options, sticky flags, values
+// adjacent or next, abbreviations, "--", syntax errors), cut into the
+// smallest windows, parses as one run of the library over the whole line.
+TEST(ParseCommandLineTest, WindowsParseAsTheWholeLine) {
+  po::options_description options;
+  options.add_options()("help,h", "")("Root,r", po::value<std::string>(), "")("Verbose", "")(
+      "MaxDBConnections", po::value<uint32_t>(), "");
+  const std::vector<std::string> vocabulary = {"get", "",     "-",      "-5",     "-5x",
+                                               "-h",  "-hr",  "-r",     "-rx",    "-Verbose",
+                                               "--",  "--Root", "--verb", "--Verbose=1", "--Root="};
+  const size_t size = vocabulary.size();
+  for (size_t length = 0, lines = 1; length <= 3; ++length, lines *= size) {
+    for (size_t number = 0; number < lines; ++number) {
+      std::vector<std::string> line;
+      for (size_t digits = number, i = 0; i < length; ++i, digits /= size) {
+        line.push_back(vocabulary[digits % size]);
+      }
+      const std::string whole = Describe([&] {
+        return po::command_line_parser(line)
+            .options(options)
+            .style(kCommandLineStyle)
+            .allow_unregistered()
+            .run();
+      });
+      for (size_t window : {1, 2}) {
+        ASSERT_EQ(Describe([&] { return ParseCommandLine(line, options, window); }), whole)
+            << ::testing::PrintToString(line) << " in windows of " << window;
+      }
+    }
+  }
+}
+
+}  // namespace

@@ -1,0 +1,30 @@
+#!/bin/bash
+# Drives the bash completion as bash does: COMP_WORDS and COMP_CWORD set,
+# the function called, COMPREPLY compared.
+#   completion_test.sh COMPLETION_FILE
+set -u
+. "$1"
+cd "$(mktemp -d)" && touch backup.csv notes.txt
+failures=0
+expect() {  # expect "WORDS..." "COMPLETIONS"
+  COMP_WORDS=($1) COMP_CWORD=$(($(wc -w <<<"$1") - 1))
+  [ "${1: -1}" = " " ] && { COMP_WORDS+=(""); COMP_CWORD=$((COMP_CWORD + 1)); }
+  _qv_hivectl
+  local got="${COMPREPLY[*]}"
+  [ "$got" = "$2" ] || { echo "'$1': got '$got', expected '$2'"; failures=$((failures + 1)); }
+}
+expect "qv_hivectl re" "remove rename removev renamev"
+expect "qv_hivectl --Ig" "--IgnoreErrors"
+expect "qv_hivectl_fa --Root X set K V " "i32 i64 str bin b16 b64 fstr fbin"
+expect "qv_hivectl set K V f" "fstr fbin"
+expect "qv_hivectl set K V fbin b" "backup.csv"
+expect "qv_hivectl set K V str b" ""
+expect "qv_hivectl get K " ""
+expect "qv_hivectl get K V show K copyv A B C D ex" "exists export"
+expect "qv_hivectl remove K import K n" "notes.txt"
+expect "qv_hivectl --Backend m" "memory:"
+expect "qv_hivectl -- set K V str --V" ""
+for name in qv_hivectl qv_hivectl_fa qv_hivectl_cn qv_hivectl_nc; do
+  complete -p "$name" | grep -q -- '-F _qv_hivectl' || { echo "$name not registered"; failures=$((failures + 1)); }
+done
+[ "$failures" -eq 0 ]

@@ -1,0 +1,12 @@
+# Checks of what ships around the binary: manual page, bash completion, and
+# (with HIVECTL_PG_TESTS) the schema script against the throwaway server.
+set(HIVECTL_PKG_TESTS ${CMAKE_SOURCE_DIR}/tests/packaging)
+add_test(NAME packaging.man_page COMMAND ${HIVECTL_PKG_TESTS}/man_page_test.sh
+  $<TARGET_FILE:qv_hivectl> ${CMAKE_SOURCE_DIR}/packaging/qv_hivectl.8)
+add_test(NAME packaging.completion COMMAND ${HIVECTL_PKG_TESTS}/completion_test.sh
+  ${CMAKE_SOURCE_DIR}/packaging/qv_hivectl.bash)
+if(HIVECTL_PG_TESTS)
+  add_test(NAME packaging.schema COMMAND ${HIVECTL_PKG_TESTS}/schema_test.sh
+    $<TARGET_FILE:qv_hivectl> ${CMAKE_SOURCE_DIR})
+  set_tests_properties(packaging.schema PROPERTIES LABELS "postgres" TIMEOUT 120)
+endif()
