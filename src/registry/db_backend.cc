@@ -1,5 +1,7 @@
 #include "registry/db_backend.h"
 
+#include <cerrno>
+
 #include <cppdb/backend.h>
 #include <cppdb/driver_manager.h>
 #include <cppdb/errors.h>
@@ -116,6 +118,11 @@ cppdb::connection_info PoolConnectionInfo(std::string_view spec) {
   }
   cppdb::connection_info info{std::string(spec)};
   if (!info.has("@pool_max_idle")) info.properties["@pool_max_idle"] = "15";
+  // libpq takes this name only when neither the specification nor PGAPPNAME
+  // names the application, as libpq's own tools do.
+  if (!info.has("fallback_application_name") && *program_invocation_short_name != '\0') {
+    info.properties["fallback_application_name"] = program_invocation_short_name;
+  }
   return info;
 }
 
@@ -126,7 +133,7 @@ KeyPtr DBBackend::Create(std::string_view root, int /*reserved*/, bool read_only
 
 bool DBBackend::Init(std::string_view spec) {
   try {
-    pool = cppdb::pool::create(PoolConnectionInfo(spec));
+    pool_ = cppdb::pool::create(PoolConnectionInfo(spec));
     cppdb::session session = ConnectSession();
     if (!session.is_open()) return false;
     return CheckSchema(session);
@@ -137,8 +144,8 @@ bool DBBackend::Init(std::string_view spec) {
 }
 
 cppdb::session DBBackend::ConnectSession() {
-  if (!pool) throw cppdb::cppdb_error("no connection pool");
-  return cppdb::session(pool->open(), &SetClientMessages);
+  if (!pool_) throw cppdb::cppdb_error("no connection pool");
+  return cppdb::session(pool_->open(), &SetClientMessages);
 }
 
 cppdb::session DBBackend::OpenSession() {

@@ -47,7 +47,7 @@ class DBBackend final : public Backend, public std::enable_shared_from_this<DBBa
   cppdb::session OpenSession();
 
  private:
-  cppdb::ref_ptr<cppdb::pool> pool;  // Written only by Init.
+  cppdb::ref_ptr<cppdb::pool> pool_;  // Written only by Init.
 };
 
 // Writes "ReqistryKeyDB: <step> failed: " and the error's text to the
@@ -59,7 +59,7 @@ void LogDBFailure(uint32_t level, const char* step, const std::exception& error)
 bool ConnectionStringTerminates(std::string_view spec);
 
 // The parsed specification as the pool gets it: @pool_max_idle is 15 unless
-// given. Throws cppdb::cppdb_error for a malformed string, also for one
+// given, fallback_application_name the program's name unless given. Throws cppdb::cppdb_error for a malformed string, also for one
 // that ConnectionStringTerminates refuses.
 cppdb::connection_info PoolConnectionInfo(std::string_view spec);
 

@@ -3,6 +3,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
+#include <stdexcept>
 #include <utility>
 
 #include <cppdb/errors.h>
@@ -16,6 +17,10 @@
 namespace regkey {
 
 namespace {
+
+// What the memory backend throws for a null text or value name; both
+// backends end such a call the same way.
+constexpr char kNullStringError[] = "basic_string: construction from null is not valid";
 
 std::string CollapseBackslashes(std::string_view text) {
   std::string out;
@@ -31,6 +36,19 @@ bool HasOuterBackslash(std::string_view text) {
 }
 
 // Reads column `col` of the current row; NULL is an error.
+// Runs one statement sequence and answers what it answers; a cppdb error is
+// logged ("ReqistryKeyDB: <step> failed: ...", level 4) and answered by
+// `failure`.
+template <typename Result, typename Body>
+Result Guarded(const char* step, Result failure, Body body) {
+  try {
+    return body();
+  } catch (const cppdb::cppdb_error& error) {
+    LogDBFailure(4, step, error);
+    return failure;
+  }
+}
+
 template <typename T>
 T FetchNotNull(cppdb::result& row, int col) {
   T value{};
@@ -39,24 +57,18 @@ T FetchNotNull(cppdb::result& row, int col) {
 }
 
 bool CheckKeyExists(cppdb::session& session, const std::string& path) {
-  try {
+  return Guarded("CheckKeyExists", false, [&] {
     cppdb::result row = session.prepare(sql::kHasKey).bind(path.c_str()).query();
     return row.next() && FetchNotNull<std::string>(row, 0) == "t";
-  } catch (const cppdb::cppdb_error& error) {
-    LogDBFailure(4, "CheckKeyExists", error);
-    return false;
-  }
+  });
 }
 
 bool StoreValue(cppdb::session& session, const std::string& path, const char* name, int code,
                 const char* text) {
-  try {
+  return Guarded("StoreValue", false, [&] {
     session.prepare(sql::kAddValue).bind(path.c_str()).bind(name).bind(code).bind(text).query();
     return true;
-  } catch (const cppdb::cppdb_error& error) {
-    LogDBFailure(4, "StoreValue", error);
-    return false;
-  }
+  });
 }
 
 // The value type of a wire code; false for a code outside the four.
@@ -96,39 +108,39 @@ std::string JoinPath(std::string_view path, std::string_view relative) {
 
 DBKey::DBKey(std::shared_ptr<DBBackend> backend_in, std::string_view root,
              std::string_view relative, bool read_only_in, bool create)
-    : backend(std::move(backend_in)), read_only(read_only_in) {
+    : backend_(std::move(backend_in)), read_only_(read_only_in) {
   if (HasOuterBackslash(root) || HasOuterBackslash(relative)) return;
-  cppdb::session local = backend->OpenSession();
+  cppdb::session local = backend_->OpenSession();
   if (!local.is_open()) return;
-  path = CollapseBackslashes(root);
-  if (!root.empty() && !relative.empty()) path.push_back('\\');
-  path += CollapseBackslashes(relative);
-  if (read_only) {
-    check_pending = true;  // Opening for reading costs no round trip.
-  } else if (!create && !CheckKeyExists(local, path)) {
+  path_ = CollapseBackslashes(root);
+  if (!root.empty() && !relative.empty()) path_.push_back('\\');
+  path_ += CollapseBackslashes(relative);
+  if (read_only_) {
+    check_pending_ = true;  // Opening for reading costs no round trip.
+  } else if (!create && !CheckKeyExists(local, path_)) {
     return;
   }
-  session = local;
+  session_ = local;
 }
 
 DBKey::DBKey(std::shared_ptr<DBBackend> backend_in, std::string path_in, bool read_only_in,
              bool check_pending_in)
-    : backend(std::move(backend_in)),
-      path(std::move(path_in)),
-      read_only(read_only_in),
-      check_pending(check_pending_in) {
-  cppdb::session local = backend->OpenSession();
-  if (local.is_open()) session = local;
+    : backend_(std::move(backend_in)),
+      path_(std::move(path_in)),
+      read_only_(read_only_in),
+      check_pending_(check_pending_in) {
+  cppdb::session local = backend_->OpenSession();
+  if (local.is_open()) session_ = local;
 }
 
-KeyPtr DBKey::Clone() { return KeyPtr(new DBKey(backend, path, read_only, check_pending)); }
+KeyPtr DBKey::Clone() { return KeyPtr(new DBKey(backend_, path_, read_only_, check_pending_)); }
 
 bool DBKey::IsValid() {
-  if (!session.is_open()) return false;
-  if (check_pending) {
-    check_pending = false;
-    if (!CheckKeyExists(session, path)) {
-      session.close();
+  if (!session_.is_open()) return false;
+  if (check_pending_) {
+    check_pending_ = false;
+    if (!CheckKeyExists(session_, path_)) {
+      session_.close();
       return false;
     }
   }
@@ -136,22 +148,19 @@ bool DBKey::IsValid() {
 }
 
 bool DBKey::LoadValue(const char* name, int& code, std::string& text) {
-  try {
-    cppdb::result row = session.prepare(sql::kGetValue).bind(path.c_str()).bind(name).query();
+  return Guarded("LoadValue", false, [&] {
+    cppdb::result row = session_.prepare(sql::kGetValue).bind(path_.c_str()).bind(name).query();
     unsigned short wire = 0;
     if (!row.next() || !row.fetch(0, wire) || !row.fetch(1, text)) return false;
     code = wire;
     return true;
-  } catch (const cppdb::cppdb_error& error) {
-    LogDBFailure(4, "LoadValue", error);
-    return false;
-  }
+  });
 }
 
 int64_t DBKey::GetValue(void* buffer, size_t size, ValueType type, const char* name) {
   int code = 0;
   std::string text;
-  if (!session.is_open() || !LoadValue(name, code, text)) return 0;
+  if (!session_.is_open() || !LoadValue(name, code, text)) return 0;
   void* out = buffer;
   return ConvertStoredText(code, text, type, &out, size);
 }
@@ -159,14 +168,14 @@ int64_t DBKey::GetValue(void* buffer, size_t size, ValueType type, const char* n
 int64_t DBKey::GetValue(ValueBuffer& out, ValueType type, const char* name) {
   int code = 0;
   std::string text;
-  if (!session.is_open() || !LoadValue(name, code, text)) return 0;
+  if (!session_.is_open() || !LoadValue(name, code, text)) return 0;
   return ConvertToBuffer(code, text, type, out);
 }
 
 int64_t DBKey::GetValue(void* buffer, size_t size, ValueType* type, const char* name) {
   int code = 0;
   std::string text;
-  if (!session.is_open() || !LoadValue(name, code, text) || !TypeOfCode(code, *type)) return 0;
+  if (!session_.is_open() || !LoadValue(name, code, text) || !TypeOfCode(code, *type)) return 0;
   void* out = buffer;
   return ConvertStoredText(code, text, *type, &out, size);
 }
@@ -174,36 +183,35 @@ int64_t DBKey::GetValue(void* buffer, size_t size, ValueType* type, const char* 
 int64_t DBKey::GetValue(ValueBuffer& out, ValueType* type, const char* name) {
   int code = 0;
   std::string text;
-  if (!session.is_open() || !LoadValue(name, code, text) || !TypeOfCode(code, *type)) return 0;
+  if (!session_.is_open() || !LoadValue(name, code, text) || !TypeOfCode(code, *type)) return 0;
   return ConvertToBuffer(code, text, *type, out);
 }
 
 bool DBKey::GetString(std::string& out, const char* name) {
   int code = 0;
   std::string text;
-  if (!session.is_open() || !LoadValue(name, code, text) || !IsTextCode(code)) return false;
+  if (!session_.is_open() || !LoadValue(name, code, text) || !IsTextCode(code)) return false;
   out = std::move(text);
   return true;
 }
 
 bool DBKey::SetValue(const void* data, size_t size, ValueType type, const char* name) {
-  if (!session.is_open()) return false;
-  if (read_only) {
+  if (!session_.is_open()) return false;
+  if (read_only_) {
     LogReadOnly("SetValue", name ? name : "(null)", nullptr, {});
     return false;
   }
-  std::string value_name(name);  // A null name throws, as in the memory backend.
   switch (type) {
     case kTypeStr:
-      return StoreValue(session, path, value_name.c_str(), kWireStr,
-                        static_cast<const char*>(data));
+      if (data == nullptr) throw std::logic_error(kNullStringError);
+      return StoreNamedValue(name, kWireStr, static_cast<const char*>(data));
     case kTypeI32: {
       if (size < 4) return false;
       int32_t number;
       std::memcpy(&number, data, 4);
       char text[12];
       std::snprintf(text, sizeof text, "%i", number);
-      return StoreValue(session, path, value_name.c_str(), kWireI32, text);
+      return StoreNamedValue(name, kWireI32, text);
     }
     case kTypeI64: {
       if (size < 8) return false;
@@ -211,62 +219,58 @@ bool DBKey::SetValue(const void* data, size_t size, ValueType type, const char* 
       std::memcpy(&number, data, 8);
       char text[21];
       std::snprintf(text, sizeof text, "%" PRId64, number);
-      return StoreValue(session, path, value_name.c_str(), kWireI64, text);
+      return StoreNamedValue(name, kWireI64, text);
     }
     case kTypeBin: {
       size_t encoded_size = 0;
       Base64Encode(data, size, nullptr, encoded_size);
       std::string text(encoded_size, '\0');
       if (!Base64Encode(data, size, text.data(), encoded_size)) return false;
-      return StoreValue(session, path, value_name.c_str(), kWireBin, text.c_str());
+      return StoreNamedValue(name, kWireBin, text.c_str());
     }
   }
   return false;
 }
 
+bool DBKey::StoreNamedValue(const char* name, int code, const char* text) {
+  if (name == nullptr) throw std::logic_error(kNullStringError);
+  return StoreValue(session_, path_, name, code, text);
+}
+
 bool DBKey::CheckValueExists(std::string_view name) {
-  if (!session.is_open()) return false;
-  try {
+  if (!session_.is_open()) return false;
+  return Guarded("CheckValueExists", false, [&] {
     cppdb::result row =
-        session.prepare(sql::kHasValue).bind(path.c_str()).bind(std::string(name).c_str()).query();
+        session_.prepare(sql::kHasValue).bind(path_.c_str()).bind(std::string(name).c_str()).query();
     return row.next() && FetchNotNull<std::string>(row, 0) == "t";
-  } catch (const cppdb::cppdb_error& error) {
-    LogDBFailure(4, "CheckValueExists", error);
-    return false;
-  }
+  });
 }
 
 bool DBKey::RemoveValue(std::string_view name) {
-  if (!session.is_open()) return false;
-  if (read_only) {
+  if (!session_.is_open()) return false;
+  if (read_only_) {
     LogReadOnly("RemoveValue", name, nullptr, {});
     return false;
   }
-  try {
-    cppdb::result row = session.prepare(sql::kDeleteValue)
-                            .bind(path.c_str())
+  return Guarded("RemoveValue", false, [&] {
+    cppdb::result row = session_.prepare(sql::kDeleteValue)
+                            .bind(path_.c_str())
                             .bind(std::string(name).c_str())
                             .query();
     return row.next() && FetchNotNull<int>(row, 0) == 0;
-  } catch (const cppdb::cppdb_error& error) {
-    LogDBFailure(4, "RemoveValue", error);
-    return false;
-  }
+  });
 }
 
 bool DBKey::RemoveKey(std::string_view relative) {
-  if (!session.is_open()) return false;
-  if (read_only) {
+  if (!session_.is_open()) return false;
+  if (read_only_) {
     LogReadOnly("RemoveKey", relative, nullptr, {});
     return false;
   }
-  try {
-    session.prepare(sql::kDeleteKey).bind(JoinPath(path, relative).c_str()).query();
+  return Guarded("RemoveKey", false, [&] {
+    session_.prepare(sql::kDeleteKey).bind(JoinPath(path_, relative).c_str()).query();
     return true;
-  } catch (const cppdb::cppdb_error& error) {
-    LogDBFailure(4, "RemoveKey", error);
-    return false;
-  }
+  });
 }
 
 bool DBKey::RenameKey(std::string_view from, std::string_view to) {
@@ -279,8 +283,8 @@ bool DBKey::CopyKey(std::string_view from, std::string_view to) {
 
 bool DBKey::MoveOrCopy(const char* operation, const std::string& statement, std::string_view from,
                        std::string_view to) {
-  if (!session.is_open()) return false;
-  if (read_only) {
+  if (!session_.is_open()) return false;
+  if (read_only_) {
     LogReadOnly(operation, from, "'->'", to);
     return false;
   }
@@ -289,61 +293,50 @@ bool DBKey::MoveOrCopy(const char* operation, const std::string& statement, std:
     case PathRelation::kNested: return false;
     case PathRelation::kApart: break;
   }
-  try {
-    cppdb::result row = session.prepare(statement)
-                            .bind(JoinPath(path, from).c_str())
-                            .bind(JoinPath(path, to).c_str())
+  return Guarded(operation, false, [&] {
+    cppdb::result row = session_.prepare(statement)
+                            .bind(JoinPath(path_, from).c_str())
+                            .bind(JoinPath(path_, to).c_str())
                             .query();
     return row.next() && FetchNotNull<int>(row, 0) == 0;
-  } catch (const cppdb::cppdb_error& error) {
-    LogDBFailure(4, operation, error);
-    return false;
-  }
+  });
 }
 
 uint32_t DBKey::CountValues() {
-  if (!session.is_open()) return 0;
-  try {
-    cppdb::result row = session.prepare(sql::kGetValuesCount).bind(path.c_str()).query();
+  if (!session_.is_open()) return 0;
+  return Guarded("CountValues", uint32_t{0}, [&] {
+    cppdb::result row = session_.prepare(sql::kGetValuesCount).bind(path_.c_str()).query();
     return row.next() ? FetchNotNull<unsigned>(row, 0) : 0;
-  } catch (const cppdb::cppdb_error& error) {
-    LogDBFailure(4, "CountValues", error);
-    return 0;
-  }
+  });
 }
 
 uint32_t DBKey::CountSubKeys() {
-  if (!session.is_open()) return 0;
-  try {
-    cppdb::result row = session.prepare(sql::kCountSubkeys).bind(path.c_str()).query();
+  if (!session_.is_open()) return 0;
+  return Guarded("CountSubKeys", uint32_t{0}, [&] {
+    cppdb::result row = session_.prepare(sql::kCountSubkeys).bind(path_.c_str()).query();
     return row.next() ? FetchNotNull<unsigned>(row, 0) : 0;
-  } catch (const cppdb::cppdb_error& error) {
-    LogDBFailure(4, "CountSubKeys", error);
-    return 0;
-  }
+  });
 }
 
-void DBKey::ResetValues() { values_stale = true; }
+void DBKey::ResetValues() { values_stale_ = true; }
 
 void DBKey::LoadValues() {
-  if (!values_stale) return;
-  values_stale = false;
-  values = cppdb::result();
-  values_fetched = false;
-  if (!session.is_open()) return;
-  try {
-    values = session.prepare(sql::kGetValues).bind(path.c_str()).query();
-    values_fetched = true;
-  } catch (const cppdb::cppdb_error& error) {
-    LogDBFailure(4, "LoadValues", error);
-  }
+  if (!values_stale_) return;
+  values_stale_ = false;
+  values_ = cppdb::result();
+  values_fetched_ = false;
+  if (!session_.is_open()) return;
+  values_fetched_ = Guarded("LoadValues", false, [&] {
+    values_ = session_.prepare(sql::kGetValues).bind(path_.c_str()).query();
+    return true;
+  });
 }
 
 bool DBKey::NextValueRow(std::string& name, int& code, std::string& text) {
   LoadValues();
-  if (!values_fetched || !values.next()) return false;
+  if (!values_fetched_ || !values_.next()) return false;
   unsigned short wire = 0;
-  if (!values.fetch(0, name) || !values.fetch(1, wire) || !values.fetch(2, text)) return false;
+  if (!values_.fetch(0, name) || !values_.fetch(1, wire) || !values_.fetch(2, text)) return false;
   code = wire;
   return true;
 }
@@ -370,42 +363,40 @@ bool DBKey::NextString(std::string& value, std::string& name) {
   return true;
 }
 
-void DBKey::ResetSubKeys() { subkeys_stale = true; }
+void DBKey::ResetSubKeys() { subkeys_stale_ = true; }
 
 void DBKey::ListSubkeys() {
-  if (!subkeys_stale) return;
-  subkeys_stale = false;
-  subkeys = cppdb::result();
-  subkeys_fetched = false;
-  if (!session.is_open()) return;
-  try {
-    subkeys = session.prepare(sql::kGetSubkeys).bind(path.c_str()).query();
-    subkeys_fetched = true;
-  } catch (const cppdb::cppdb_error& error) {
-    LogDBFailure(4, "ListSubkeys", error);
-  }
+  if (!subkeys_stale_) return;
+  subkeys_stale_ = false;
+  subkeys_ = cppdb::result();
+  subkeys_fetched_ = false;
+  if (!session_.is_open()) return;
+  subkeys_fetched_ = Guarded("ListSubkeys", false, [&] {
+    subkeys_ = session_.prepare(sql::kGetSubkeys).bind(path_.c_str()).query();
+    return true;
+  });
 }
 
 KeyPtr DBKey::NextSubKey(bool read_only_subkey) {
   ListSubkeys();
   std::string subkey_path;
-  if (!subkeys_fetched || !subkeys.next() || !subkeys.fetch(0, subkey_path)) return KeyPtr();
-  KeyPtr key(new DBKey(backend, std::move(subkey_path), read_only_subkey, false));
+  if (!subkeys_fetched_ || !subkeys_.next() || !subkeys_.fetch(0, subkey_path)) return KeyPtr();
+  KeyPtr key(new DBKey(backend_, std::move(subkey_path), read_only_subkey, false));
   if (!key->IsValid()) return KeyPtr();
   return key;
 }
 
 bool DBKey::NextSubKeyName(std::string& name) {
   ListSubkeys();
-  if (!subkeys_fetched || !subkeys.next() || !subkeys.fetch(0, name)) return false;
+  if (!subkeys_fetched_ || !subkeys_.next() || !subkeys_.fetch(0, name)) return false;
   size_t slash = name.rfind('\\');
   if (slash != std::string::npos) name.erase(0, slash + 1);
   return true;
 }
 
 std::string_view DBKey::GetName() {
-  if (!session.is_open()) return {};
-  std::string_view view(path);
+  if (!session_.is_open()) return {};
+  std::string_view view(path_);
   size_t slash = view.rfind('\\');
   return slash == std::string_view::npos ? view : view.substr(slash + 1);
 }
@@ -423,7 +414,7 @@ void DBKey::LogReadOnly(const char* operation, std::string_view first, const cha
   std::ostream& stream = line.stream();
   stream << operation << " '" << first;
   if (joiner) stream << joiner << second;
-  stream << "' on read-only key '" << path << "'";
+  stream << "' on read-only key '" << path_ << "'";
 }
 
 }  // namespace regkey

@@ -71,6 +71,8 @@ class DBKey final : public Key {
  private:
   // Fetches value `name`; false if it is missing, NULL or on an error.
   bool LoadValue(const char* name, int& code, std::string& text);
+  // StoreValue on this key; a null name throws std::logic_error.
+  bool StoreNamedValue(const char* name, int code, const char* text);
   // Runs get_values / get_subkeys if the cursor is stale.
   void LoadValues();
   void ListSubkeys();
@@ -83,21 +85,21 @@ class DBKey final : public Key {
   void LogReadOnly(const char* operation, std::string_view first, const char* joiner,
                    std::string_view second);
 
-  // Constant after construction, but for `session`, which IsValid may close.
-  std::shared_ptr<DBBackend> backend;
-  cppdb::session session;
-  std::string path;
-  bool read_only;
+  // Constant after construction, but for `session_`, which IsValid may close.
+  std::shared_ptr<DBBackend> backend_;
+  cppdb::session session_;
+  std::string path_;
+  bool read_only_;
   // Cursor state.
-  bool check_pending = false;
-  bool values_stale = true;
-  bool subkeys_stale = true;
-  cppdb::result values;
-  cppdb::result subkeys;
-  // Whether `values` / `subkeys` hold the rows of a query: cppdb's result
+  bool check_pending_ = false;
+  bool values_stale_ = true;
+  bool subkeys_stale_ = true;
+  cppdb::result values_;
+  cppdb::result subkeys_;
+  // Whether `values_` / `subkeys_` hold the rows of a query: cppdb's result
   // cannot be stepped before it does.
-  bool values_fetched = false;
-  bool subkeys_fetched = false;
+  bool values_fetched_ = false;
+  bool subkeys_fetched_ = false;
 };
 
 }  // namespace regkey

@@ -28,12 +28,12 @@ printf '%s\n' KNAME,VNAME,TYPE,VALUE 'Rooms\101,Name,str,"Board, room"' \
   export Conf "$work/before.csv"
 [ "$(wc -l <"$work/before.csv")" -eq 6 ] || fail "data not in the old schema"
 
-[ "$("$schema" -d "$conninfo" install)" = "registry schema version 2 installed (was version 1)" ] \
+[ "$("$schema" -d "$conninfo" install)" = "registry schema version 3 installed (was version 1)" ] \
   || fail "upgrade from version 1"
 "$tool" --Backend "$spec" export Conf "$work/after.csv"
 cmp "$work/before.csv" "$work/after.csv" || fail "data changed by the upgrade"
 "$schema" -d "$conninfo" install >/dev/null
-[ "$("$schema" -d "$conninfo" version)" = 2 ] || fail "version after a second install"
+[ "$("$schema" -d "$conninfo" version)" = 3 ] || fail "version after a second install"
 "$schema" -d "$conninfo" verify >/dev/null || fail "verify of an upgraded schema"
 psql -X -q -d "$conninfo" -c "CREATE OR REPLACE FUNCTION registry.schema_version() RETURNS integer
   LANGUAGE sql AS 'SELECT 99'"
