@@ -6,7 +6,6 @@
 
 #include <cstdint>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "registry/db_backend.h"
@@ -187,36 +186,6 @@ TEST_F(DBKeyTest, NextSubKeyWithoutConnectionYieldsNullAndMovesOn) {
   }
   testing::RunSql(testing::PgSpec(), allow + "true");
   EXPECT_EQ(key->NextSubKey(true)->GetName(), "b");
-}
-
-TEST_F(DBKeyTest, KeyAndValueNamesIgnoreAsciiCaseOnly) {
-  ASSERT_TRUE(Writable("Caf\xc3\x89")->SetValue("1", 1, kTypeStr, "N\xc3\x89"));
-  ASSERT_TRUE(Writable("caf\xc3\xa9")->SetValue("2", 1, kTypeStr, "n\xc3\xa9"));
-  ASSERT_TRUE(Writable("CAF\xc3\x89")->SetValue("3", 1, kTypeStr, "n\xc3\x89"));
-  EXPECT_EQ(Paths(), "Caf\xc3\x89,caf\xc3\xa9");
-  EXPECT_EQ(Row("caf\xc3\x89", "N\xc3\x89"), "1:3");
-  EXPECT_EQ(Row("caf\xc3\xa9", "n\xc3\xa9"), "1:2");
-}
-
-// 64 connections store at once below parents that none of them finds: all
-// succeed, and each level exists once.
-TEST_F(DBKeyTest, ConcurrentAddValueCreatesSharedParentsOnce) {
-  constexpr int kThreads = 64;
-  std::vector<std::thread> threads;
-  std::vector<char> stored(kThreads, 0);
-  LogCapture log;
-  for (int i = 0; i < kThreads; ++i) {
-    threads.emplace_back([this, i, &stored] {
-      const std::string path = "shared\\parent\\level\\k" + std::to_string(i % 8) + "\\leaf" +
-                               std::to_string(i);
-      stored[i] = backend_->Create("", 0, false, path, true)->SetValue(&i, 4, kTypeI32, "n");
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(log.Text(), "");
-  for (int i = 0; i < kThreads; ++i) EXPECT_TRUE(stored[i]) << i;
-  EXPECT_EQ(db_->Query("SELECT count(*) FROM registry.keys"), std::to_string(1 + 3 + 8 + 64));
-  EXPECT_EQ(ReadOnly("shared\\parent\\level\\k3")->CountSubKeys(), 8u);
 }
 
 }  // namespace

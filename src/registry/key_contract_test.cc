@@ -266,6 +266,10 @@ TEST_P(KeyContractTest, KeyNamesIgnoreCase) {
   EXPECT_EQ(GetInt32("CASE\\sUB", "v"), 9);
   Set("case\\SUB", "w", 1);
   EXPECT_EQ(SubKeyNames(*Open("case")), Names{"Sub"});
+  // Only A-Z fold: E with acute in either case names two keys.
+  Set("x\\\xc3\x89", "v", 1);
+  Set("x\\\xc3\xa9", "v", 2);
+  EXPECT_EQ(SubKeyNames(*Open("x")).size(), 2u);
 }
 
 TEST_P(KeyContractTest, CreatePathRules) {
