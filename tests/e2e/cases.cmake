@@ -1,43 +1,40 @@
 # Each scenario file under tests/e2e/cases becomes one CTest test per backend
-# it applies to. A case names its backends with a "backends:" line (default:
-# memory and postgres); the postgres variants exist only with HIVECTL_PG_TESTS,
-# which scripts/test.sh sets after starting its throwaway server.
+# (memory, and postgres with HIVECTL_PG_TESTS, which scripts/test.sh sets after
+# starting its throwaway server) and per setting; see tests/e2e/README.md.
 find_package(Python3 REQUIRED COMPONENTS Interpreter)
 file(GLOB_RECURSE HIVECTL_E2E_CASES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/e2e/cases/*.case)
 set(HIVECTL_E2E_BACKENDS memory)
 if(HIVECTL_PG_TESTS)
   list(APPEND HIVECTL_E2E_BACKENDS postgres)
 endif()
+# The words of the global header NAME of the case file as list OUT, or DEFAULT.
+function(hivectl_case_header case_file name default out)
+  file(STRINGS ${case_file} line REGEX "^${name}:")
+  string(REGEX REPLACE "^${name}:[ \t]*" "" words "${line}")
+  string(REPLACE " " ";" words "${words}")
+  if(NOT words)
+    set(words ${default})
+  endif()
+  set(${out} ${words} PARENT_SCOPE)
+endfunction()
 foreach(case_file ${HIVECTL_E2E_CASES})
   file(RELATIVE_PATH case_name ${CMAKE_SOURCE_DIR}/tests/e2e/cases ${case_file})
   string(REGEX REPLACE "\\.case$" "" case_name ${case_name})
-  file(STRINGS ${case_file} backend_line REGEX "^backends:")
-  file(STRINGS ${case_file} label_line REGEX "^labels:")
-  string(REGEX REPLACE "^labels:[ \t]*" "" case_labels "${label_line}")
-  string(REPLACE " " ";" case_labels "${case_labels}")
-  # A "settings:" line runs the file once per setting, as $SETTING.
-  file(STRINGS ${case_file} settings_line REGEX "^settings:")
-  string(REGEX REPLACE "^settings:[ \t]*" "" case_settings "${settings_line}")
-  string(REPLACE " " ";" case_settings "${case_settings}")
-  if(NOT case_settings)
-    set(case_settings "-")
-  endif()
-  foreach(backend ${HIVECTL_E2E_BACKENDS})
-    if(backend_line AND NOT backend_line MATCHES "[ \t]${backend}([ \t]|$)")
+  hivectl_case_header(${case_file} backends "memory;postgres" case_backends)
+  hivectl_case_header(${case_file} labels "" case_labels)
+  hivectl_case_header(${case_file} settings "-" case_settings)
+  foreach(backend IN LISTS HIVECTL_E2E_BACKENDS)
+    if(NOT backend IN_LIST case_backends)
       continue()
     endif()
     foreach(setting ${case_settings})
       set(test_name e2e.${backend}.${case_name})
-      set(setting_args)
       if(NOT setting STREQUAL "-")
         set(test_name ${test_name}.${setting})
-        set(setting_args --setting ${setting})
       endif()
-      add_test(NAME ${test_name}
-        COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/tests/e2e/run_case.py
-                --binary $<TARGET_FILE:qv_hivectl> --backend ${backend} ${setting_args} ${case_file})
-      set_tests_properties(${test_name} PROPERTIES
-        LABELS "e2e;${backend};${case_labels}" TIMEOUT 120)
+      add_test(NAME ${test_name} COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/tests/e2e/run_case.py
+               $<TARGET_FILE:qv_hivectl> ${backend} ${setting} ${case_file})
+      set_tests_properties(${test_name} PROPERTIES LABELS "e2e;${backend};${case_labels}" TIMEOUT 120)
       if(backend STREQUAL "postgres")
         # Cases share one database; they reset it first, so they run one at a time.
         set_tests_properties(${test_name} PROPERTIES RESOURCE_LOCK registry_db)

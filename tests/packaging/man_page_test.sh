@@ -1,17 +1,22 @@
 #!/bin/bash
-# Every option, command (with its arguments) and TYPE keyword of --help must
-# appear in the manual page.
+# --help and the manual page name the same things: every option, command (with
+# its arguments) and TYPE keyword of --help appears in the page, and every
+# command and TYPE keyword that the page lists is one of --help.
 #   man_page_test.sh BINARY MAN_PAGE
 set -u
 help=$("$1" --help 2>&1)
 # The page's text with font changes dropped and roff's escaped minus and
 # backslash turned back into plain characters.
 page=$(sed -e 's/\\f[BIRP]//g' -e 's/\\-/-/g' -e 's/\\e/\\/g' "$2")
-failures=0
-while read -r item; do
-  grep -qE -- "(^|[^-[:alnum:]])$item([^[:alnum:]_]|\$)" <<<"$page" || { echo "not in the manual page: $item"; failures=$((failures + 1)); }
-done < <(
+items=$(
   sed '/^Multiple commands/q' <<<"$help" | grep -oE -- '(^| )-[a-zA-Z]( |$)|--[A-Za-z]+' | tr -d ' '
   sed -n '/^Supported commands:/,/^Examples:/p' <<<"$help" | grep -E '^    [a-z]+( |$)' | sed 's/^ *//'
   grep -oE '^        \* [a-z0-9]+$' <<<"$help" | sed 's/.* //')
+failures=0
+while read -r item; do
+  grep -qE -- "(^|[^-[:alnum:]])$item([^[:alnum:]_]|\$)" <<<"$page" || { echo "not in the manual page: $item"; failures=$((failures + 1)); }
+done <<<"$items"
+while read -r item; do
+  grep -qxF -- "$item" <<<"$items" || { echo "not in --help: $item"; failures=$((failures + 1)); }
+done < <(sed -n '/^\.SH COMMANDS/,/^\.SH PROFILES/{/^\.TP/{n;s/^\.B //p}}' <<<"$page")
 [ "$failures" -eq 0 ] && [ -n "$help" ]
