@@ -16,7 +16,8 @@ import tempfile
 
 HEADER = re.compile(
     r'^(backends|labels|settings|argv0|args|argv|shell|status|expect-file(?:-escaped)?|'
-    r'file(?:-escaped)?|(?:stdin|stdout|stderr)(?:-escaped|-re)?)(?: ([^:]+))?:(?: (.*))?$')
+    r'file(?:-escaped)?|(?:stdin|stdout|stderr)(?:-escaped|-re)?)(?:\[(\w+)\])?(?: ([^:]+))?:'
+    r'(?: (.*))?$')
 ONE_LINE = {'backends', 'labels', 'settings', 'argv0', 'args', 'shell', 'status'}
 LOG_HEADER = re.compile(
     rb'\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\.\d{3} \|(.)\| [0-9a-f]{6}\| (.{7})\| ')
@@ -31,8 +32,8 @@ def unescape(text):
 
 
 class Section:
-    def __init__(self, key, name, inline):
-        self.key, self.name, self.inline = key, name, inline
+    def __init__(self, key, backend, name, inline):
+        self.key, self.backend, self.name, self.inline = key, backend, name, inline
         self.lines = []
 
     def text(self):
@@ -51,8 +52,9 @@ class Section:
         return encode(text + '\n' if text or self.inline is not None else '')
 
 
-def parse(path):
-    """Returns a list of runs, each a list of sections; the first holds the globals."""
+def parse(path, backend):
+    """Returns a list of runs, each a list of sections; the first holds the globals.
+    A section tagged with another backend, as in "stdout[postgres]:", is left out."""
     with open(path, encoding='utf-8', errors='surrogateescape') as f:
         text = f.read().split('\n')
     runs, current = [[]], None
@@ -62,7 +64,8 @@ def parse(path):
             current = Section(*m.groups())
             if current.key in ('args', 'argv', 'shell'):
                 runs.append([])
-            runs[-1].append(current)
+            if current.backend in (None, backend):
+                runs[-1].append(current)
         elif current is not None and current.key not in ONE_LINE and current.inline is None:
             current.lines.append(line)
         elif line.strip() and not line.startswith('#'):
@@ -146,7 +149,7 @@ def backend_variables(backend):
 def main():
     binary, backend, setting, case = sys.argv[1:]
     binary = os.path.abspath(binary)
-    runs = parse(case)
+    runs = parse(case, backend)
     workdir = tempfile.mkdtemp(prefix='hivectl-e2e-')
     variables = backend_variables(backend)
     variables.update(BINARY=binary, SETTING=setting, TMP=workdir)
