@@ -114,7 +114,8 @@ TEST(CsvFuzzTest, EveryChunkSplitOfRandomInputGivesTheSameEvents) {
 // Random rows written by WriteCsvRow read back by CsvRowReader, fed in two
 // chunks cut at a random place.
 TEST(CsvFuzzTest, RandomRowsReadBackAsWritten) {
-  using Row = std::tuple<std::string, std::string, uint32_t, std::string>;  // KNAME, VNAME, code, bytes
+  // KNAME, VNAME, type code, value bytes.
+  using Row = std::tuple<std::string, std::string, uint32_t, std::string>;
   std::mt19937 random(7);
   for (int round = 0; round < 5000; ++round) {
     std::ostringstream out, messages;
@@ -129,14 +130,17 @@ TEST(CsvFuzzTest, RandomRowsReadBackAsWritten) {
       const auto type = static_cast<regkey::ValueType>(random() % 4);
       std::string value = RandomText(random, 30);
       if (type <= regkey::kTypeI64) value.resize(type == regkey::kTypeI32 ? 4 : 8);
-      if (type == regkey::kTypeStr) value.erase(std::remove(value.begin(), value.end(), '\0'), value.end());
+      if (type == regkey::kTypeStr) {
+        value.erase(std::remove(value.begin(), value.end(), '\0'), value.end());
+      }
       const std::string stored = type == regkey::kTypeStr ? value + '\0' : value;
       ASSERT_EQ(WriteCsvRow(out, QuoteCsvField(key.data(), key.size(), key_scratch), name, type,
                             stored.data(), stored.size(), scratch),
                 CsvWriteResult::kOk);
-      const bool b64 = type == regkey::kTypeBin && std::any_of(value.begin(), value.end(), [](char c) {
-        return IsCsvControlByte(static_cast<unsigned char>(c));
-      });
+      const bool b64 =
+          type == regkey::kTypeBin && std::any_of(value.begin(), value.end(), [](char c) {
+            return IsCsvControlByte(static_cast<unsigned char>(c));
+          });
       written.emplace_back(key, name, b64 ? 6 : type + 1, value);
     }
     const std::string text = out.str();
@@ -144,7 +148,8 @@ TEST(CsvFuzzTest, RandomRowsReadBackAsWritten) {
     std::vector<ImportRow> rows;
     CsvRowReader reader("", false, [&](bool) -> std::ostream& { return messages; }, rows);
     CsvTokenizer tokenizer(reader);
-    ASSERT_TRUE(tokenizer.Feed(text.data(), cut) && tokenizer.Feed(text.data() + cut, text.size() - cut))
+    ASSERT_TRUE(tokenizer.Feed(text.data(), cut) &&
+                tokenizer.Feed(text.data() + cut, text.size() - cut))
         << messages.str();
     for (const ImportRow& row : rows) {
       read.emplace_back(row.key, row.value_name, row.type, std::string(row.data.get(), row.size));

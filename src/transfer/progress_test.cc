@@ -66,9 +66,10 @@ TEST_F(ProgressReportTest, PaintsAtMostEvery100Milliseconds) {
   EXPECT_EQ(TakeError(), "");
   fake_now += 1401 * kMs;
   report.Advance(5);
-  EXPECT_EQ(TakeError(), "\r" + std::string(31, ' ') + "\rexport 'K': 15 speed: 10/s elapsed time: 2s");
+  const std::string line = "export 'K': 15 speed: 10/s elapsed time: 2s";
+  EXPECT_EQ(TakeError(), "\r" + std::string(31, ' ') + "\r" + line);
   report.Finish();
-  EXPECT_EQ(TakeError(), "\r" + std::string(43, ' ') + "\rexport 'K': 15 speed: 10/s elapsed time: 2s\n");
+  EXPECT_EQ(TakeError(), "\r" + std::string(line.size(), ' ') + "\r" + line + "\n");
 }
 
 // Of a known total: the share, truncated, and the ETA; a share may pass 100%.
@@ -77,12 +78,14 @@ TEST_F(ProgressReportTest, ShowsShareRateAndEtaOfAKnownTotal) {
   report.Start();
   fake_now += 3000 * kMs;
   report.Advance(12 << 20);
-  const std::string first = "import 'Conf': parsing: 12MiB/40MiB (30.0%) speed: 4096KiB/s ETA: 7s elapsed time: 3s";
+  const std::string first =
+      "import 'Conf': parsing: 12MiB/40MiB (30.0%) speed: 4096KiB/s ETA: 7s elapsed time: 3s";
   EXPECT_EQ(TakeError(), "\r\r" + first);
   fake_now += 1000 * kMs;
   report.Advance(28 << 20);
   report.Finish();
-  const std::string last = "import 'Conf': parsing: 40MiB/40MiB (100.0%) speed: 10MiB/s elapsed time: 4s";
+  const std::string last =
+      "import 'Conf': parsing: 40MiB/40MiB (100.0%) speed: 10MiB/s elapsed time: 4s";
   EXPECT_EQ(TakeError(), "\r" + std::string(first.size(), ' ') + "\r" + last + "\r" +
                              std::string(last.size(), ' ') + "\r" + last + "\n");
   ProgressReport count(&env, "t", PrintCount, 3, FakeClock);
