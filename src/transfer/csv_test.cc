@@ -80,6 +80,14 @@ TEST(CsvTokenizerTest, OpenQuoteAtEndAndHandlerStop) {
   EXPECT_EQ(handler.events, (std::vector<std::string>{"", "|"}));
 }
 
+// The bytes that make export write a bin value as b64.
+TEST(CsvControlByteTest, ClassifiesEveryByte) {
+  for (int byte = 0; byte < 256; ++byte) {
+    const bool expected = byte <= 8 || (byte >= 14 && byte <= 31) || byte == 127;
+    EXPECT_EQ(IsCsvControlByte(static_cast<unsigned char>(byte)), expected) << byte;
+  }
+}
+
 TEST(WriteCsvRowTest, UnknownTypeLeavesPartialRow) {
   std::ostringstream out;
   std::string scratch;
