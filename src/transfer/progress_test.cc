@@ -54,20 +54,22 @@ class ProgressReportTest : public ::testing::Test {
   TestEnvironment env;
 };
 
-// A paint at most every 100 ms, the old line wiped with blanks; Finish
-// paints once more and ends the line.
+// A paint at most every 100 ms, the old line wiped with blanks (more than
+// one run of them for a long line); Finish paints once more and ends the line.
 TEST_F(ProgressReportTest, PaintsAtMostEvery100Milliseconds) {
-  ProgressReport report(&env, "export 'K'", PrintCount, 0, FakeClock);
+  const std::string title = "export '" + std::string(120, 'K') + "'";
+  ProgressReport report(&env, title, PrintCount, 0, FakeClock);
   report.Start();
   report.Advance(5);
-  EXPECT_EQ(TakeError(), "\r\rexport 'K': 5 elapsed time: 0ns");
+  const std::string first = title + ": 5 elapsed time: 0ns";
+  EXPECT_EQ(TakeError(), "\r\r" + first);
   fake_now += 99 * kMs;
   report.Advance(5);
   EXPECT_EQ(TakeError(), "");
   fake_now += 1401 * kMs;
   report.Advance(5);
-  const std::string line = "export 'K': 15 speed: 10/s elapsed time: 2s";
-  EXPECT_EQ(TakeError(), "\r" + std::string(31, ' ') + "\r" + line);
+  const std::string line = title + ": 15 speed: 10/s elapsed time: 2s";
+  EXPECT_EQ(TakeError(), "\r" + std::string(first.size(), ' ') + "\r" + line);
   report.Finish();
   EXPECT_EQ(TakeError(), "\r" + std::string(line.size(), ' ') + "\r" + line + "\n");
 }
