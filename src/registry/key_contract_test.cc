@@ -9,7 +9,6 @@
 #include <climits>
 #include <cstdlib>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <unistd.h>
@@ -31,10 +30,6 @@ std::vector<std::string> ContractSpecs() {
   return specs;
 }
 
-std::string SpecName(const ::testing::TestParamInfo<std::string>& info) {
-  return info.param.substr(0, info.param.find(':'));
-}
-
 template <typename T>
 std::string Raw(T number) {
   return std::string(reinterpret_cast<const char*>(&number), sizeof number);
@@ -50,6 +45,7 @@ class KeyContractTest : public ::testing::TestWithParam<std::string> {
            ::testing::UnitTest::GetInstance()->current_test_info()->name() + "_" +
            std::to_string(getpid());
     TearDown();
+    base_ = Open("", false, true);
   }
   void TearDown() override {
     if (backend_ != nullptr) backend_->Create("", 0, false, "", true)->RemoveKey(top_);
@@ -59,106 +55,87 @@ class KeyContractTest : public ::testing::TestWithParam<std::string> {
   KeyPtr Open(std::string_view path, bool read_only = false, bool create = false) {
     return backend_->Create(top_, 0, read_only, path, create);
   }
-  KeyPtr Make(std::string_view path) { return Open(path, false, true); }
-  KeyPtr Base() { return Make(""); }
   bool Exists(std::string_view path) { return Open(path)->IsValid(); }
   // Stores an i32 (a database key comes into being with its first value).
   void Set(std::string_view path, const char* name, int32_t number) {
-    ASSERT_TRUE(Make(path)->SetValue(&number, 4, kTypeI32, name)) << path << " " << name;
+    ASSERT_TRUE(Open(path, false, true)->SetValue(&number, 4, kTypeI32, name)) << path;
   }
   int32_t GetInt32(std::string_view path, const char* name) {
     int32_t number = -12345;
     EXPECT_EQ(Open(path, true)->GetValue(&number, 4, kTypeI32, name), 4) << path << " " << name;
     return number;
   }
-  // Result of an allocating read as `type`, and its bytes.
-  int64_t GetAs(Key& key, const char* name, ValueType type, std::string* bytes = nullptr) {
-    ValueBuffer out;
-    const int64_t result = key.GetValue(out, type, name);
-    if (bytes != nullptr) bytes->assign(out.get(), result > 0 ? static_cast<size_t>(result) : 0);
-    return result;
-  }
-  Names SubKeyNames(Key& key) {
+  Names SubKeyNames(std::string_view path) {
     Names names;
     std::string name;
-    key.ResetSubKeys();
-    while (key.NextSubKeyName(name)) names.push_back(name);
+    for (KeyPtr key = Open(path); key->NextSubKeyName(name);) names.push_back(name);
     std::sort(names.begin(), names.end());
     return names;
   }
-  Names ValueNames(Key& key) {
+  Names ValueNames(std::string_view path) {
     Names names;
     std::string name;
     ValueBuffer out;
     ValueType type;
-    key.ResetValues();
-    while (key.NextValue(out, &type, name) > 0) names.push_back(name);
+    for (KeyPtr key = Open(path); key->NextValue(out, &type, name) > 0;) names.push_back(name);
     std::sort(names.begin(), names.end());
     return names;
   }
 
   std::shared_ptr<Backend> backend_;
   std::string top_;
+  KeyPtr base_;
 };
 
+// Every type and size reads back as stored, str up to its first NUL; a new
+// type overwrites; a zero-length bin exists but reads as nothing; short
+// numbers and unknown types are refused.
 TEST_P(KeyContractTest, SetAndGetEveryTypeAndSize) {
   std::string all_bytes;
   for (int i = 0; i < 256 * 4096; ++i) all_bytes.push_back(static_cast<char>(i * 7));
-  const std::string text = "h\xc3\xa9llo, \"world\"\\\n";
-  const std::string long_text(100000, 'x');
-  struct Case {
+  const struct {
     const char* name;
     ValueType type;
-    std::string stored;  // str: with its NUL
-  } const cases[] = {
-      {"i32", kTypeI32, Raw<int32_t>(-1)},        {"i32min", kTypeI32, Raw<int32_t>(INT32_MIN)},
-      {"i64", kTypeI64, Raw<int64_t>(INT64_MIN)}, {"i64max", kTypeI64, Raw<int64_t>(INT64_MAX)},
-      {"empty", kTypeStr, WithNul("")},           {"text", kTypeStr, WithNul(text)},
-      {"long", kTypeStr, WithNul(long_text)},     {"big", kTypeBin, all_bytes},
-      {"one", kTypeBin, std::string(1, '\0')},
+    std::string stored;
+  } cases[] = {
+      {"i32", kTypeI32, Raw<int32_t>(INT32_MIN)},     {"i64", kTypeI64, Raw<int64_t>(INT64_MIN)},
+      {"i64max", kTypeI64, Raw<int64_t>(INT64_MAX)},  {"empty", kTypeStr, WithNul("")},
+      {"text", kTypeStr, WithNul("h\xc3\xa9llo, \"w\"\\\n")},
+      {"long", kTypeStr, WithNul(std::string(100000, 'x'))},
+      {"nul", kTypeStr, std::string("ab\0cd", 5)},    {"big", kTypeBin, all_bytes},
+      {"one", kTypeBin, std::string(1, '\0')},        {"nothing", kTypeBin, ""},
   };
-  KeyPtr key = Make("values");
-  for (const Case& c : cases) {
+  KeyPtr key = Open("values", false, true);
+  for (const auto& c : cases) {
     ASSERT_TRUE(key->SetValue(c.stored.data(), c.stored.size(), c.type, c.name)) << c.name;
   }
+  const int64_t number = 42;
+  EXPECT_FALSE(key->SetValue(&number, 3, kTypeI32, "refused"));
+  EXPECT_FALSE(key->SetValue(&number, 4, kTypeI64, "refused"));
+  EXPECT_FALSE(key->SetValue(&number, 8, static_cast<ValueType>(4), "refused"));
   KeyPtr reader = Open("values", true);
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
+    const std::string expected = c.type == kTypeStr ? WithNul(c.stored.c_str()) : c.stored;
     ValueBuffer out;
     ValueType type = static_cast<ValueType>(-1);
     const int64_t result = reader->GetValue(out, &type, c.name);
-    ASSERT_EQ(result, static_cast<int64_t>(c.stored.size())) << c.name;
-    EXPECT_EQ(type, c.type) << c.name;
-    EXPECT_TRUE(std::string(out.get(), result) == c.stored) << c.name;
+    ASSERT_EQ(result, static_cast<int64_t>(expected.size())) << c.name;
+    EXPECT_TRUE(std::string(out.get(), result) == expected) << c.name;
+    EXPECT_EQ(type, result > 0 ? c.type : type) << c.name;
   }
-  EXPECT_EQ(reader->CountValues(), 9u);
-}
-
-// Short numbers and unknown types are refused; str runs to its first NUL; a
-// new type overwrites; a zero-length bin exists but reads as nothing.
-TEST_P(KeyContractTest, SetValueEdges) {
-  KeyPtr key = Make("k");
-  const int64_t number = 42;
-  EXPECT_FALSE(key->SetValue(&number, 3, kTypeI32, "a"));
-  EXPECT_FALSE(key->SetValue(&number, 4, kTypeI64, "a"));
-  EXPECT_FALSE(key->SetValue(&number, 8, static_cast<ValueType>(4), "a"));
-  EXPECT_FALSE(key->CheckValueExists("a"));
-  ASSERT_TRUE(key->SetValue("ab\0cd", 5, kTypeStr, "s"));
-  std::string text;
-  EXPECT_TRUE(key->GetString(text, "s"));
-  EXPECT_EQ(text, "ab");
-  ASSERT_TRUE(key->SetValue(&number, 8, kTypeI64, "s"));
+  EXPECT_TRUE(reader->CheckValueExists("nothing"));
+  EXPECT_FALSE(reader->CheckValueExists("refused"));
+  EXPECT_EQ(reader->CountValues(), 10u);
+  ASSERT_TRUE(key->SetValue(&number, 8, kTypeI64, "text"));
   ValueType type;
   ValueBuffer out;
-  EXPECT_EQ(key->GetValue(out, &type, "s"), 8);
+  EXPECT_EQ(reader->GetValue(out, &type, "text"), 8);
   EXPECT_EQ(type, kTypeI64);
-  ASSERT_TRUE(key->SetValue("", 0, kTypeBin, "nothing"));
-  EXPECT_TRUE(key->CheckValueExists("nothing"));
-  EXPECT_EQ(key->GetValue(out, &type, "nothing"), 0);
-  EXPECT_EQ(key->CountValues(), 2u);
 }
 
+// Reads as another type; a buffer too small gets the size needed, negated.
 TEST_P(KeyContractTest, SharedConversions) {
-  KeyPtr key = Make("k");
+  KeyPtr key = Open("k", false, true);
   const int32_t seven = 7, minus = -1;
   const int64_t huge = 5000000000LL, tiny = -5000000000LL;
   ASSERT_TRUE(key->SetValue(&seven, 4, kTypeI32, "seven"));
@@ -169,37 +146,31 @@ TEST_P(KeyContractTest, SharedConversions) {
     ASSERT_TRUE(key->SetValue(text, 6, kTypeStr, text));
   }
   ASSERT_TRUE(key->SetValue("\x01\x02\x03", 3, kTypeBin, "bin"));
-
-  struct Case {
+  const struct {
     const char* name;
     ValueType wanted;
     int64_t result;
     std::string bytes;
-  } const cases[] = {
-      {"seven", kTypeStr, 2, WithNul("7")},
-      {"minus", kTypeI64, 8, Raw<int64_t>(-1)},
-      {"huge", kTypeI32, 4, Raw<int32_t>(-1)},
-      {"tiny", kTypeI32, 4, Raw<int32_t>(INT32_MIN)},
+  } cases[] = {
+      {"seven", kTypeStr, 2, WithNul("7")},      {"minus", kTypeI64, 8, Raw<int64_t>(-1)},
+      {"huge", kTypeI32, 4, Raw<int32_t>(-1)},   {"tiny", kTypeI32, 4, Raw<int32_t>(INT32_MIN)},
       {"huge", kTypeStr, 11, WithNul("5000000000")},
-      {"  YES", kTypeI32, 4, Raw<int32_t>(1)},
-      {"12abc", kTypeI64, 8, Raw<int64_t>(12)},
-      {"maybe", kTypeI32, 0, ""},
-      {"bin", kTypeI32, 0, ""},
-      {"bin", kTypeI64, 0, ""},
-      {"bin", kTypeStr, 0, ""},
+      {"  YES", kTypeI32, 4, Raw<int32_t>(1)},   {"12abc", kTypeI64, 8, Raw<int64_t>(12)},
+      {"maybe", kTypeI32, 0, ""},                {"bin", kTypeI32, 0, ""},
+      {"bin", kTypeI64, 0, ""},                  {"bin", kTypeStr, 0, ""},
       {"missing", kTypeStr, 0, ""},
   };
-  for (const Case& c : cases) {
-    std::string bytes;
-    EXPECT_EQ(GetAs(*key, c.name, c.wanted, &bytes), c.result) << c.name << " " << c.wanted;
-    EXPECT_EQ(bytes, c.bytes) << c.name << " " << c.wanted;
+  for (const auto& c : cases) {
+    ValueBuffer out;
+    const int64_t result = key->GetValue(out, c.wanted, c.name);
+    EXPECT_EQ(result, c.result) << c.name << " " << c.wanted;
+    EXPECT_EQ(std::string(out.get(), result > 0 ? result : 0), c.bytes) << c.name;
   }
   std::string text = "unchanged";
   EXPECT_FALSE(key->GetString(text, "bin"));
   EXPECT_EQ(text, "unchanged");
   EXPECT_TRUE(key->GetString(text, "minus"));
   EXPECT_EQ(text, "-1");
-
   char small[3];
   EXPECT_EQ(key->GetValue(small, sizeof small, kTypeI32, "seven"), -4);
   EXPECT_EQ(key->GetValue(small, sizeof small, kTypeI64, "seven"), -8);
@@ -210,143 +181,106 @@ TEST_P(KeyContractTest, SharedConversions) {
   EXPECT_EQ(type, kTypeBin);
 }
 
+// Counts, both enumerations with their resets, subkeys opened with their own
+// read-only flag, and clones with fresh cursors.
 TEST_P(KeyContractTest, Enumerations) {
   Set("k", "n", 5);
-  ASSERT_TRUE(Make("k")->SetValue("five", 5, kTypeStr, "s"));
-  const int64_t six = 6;
-  ASSERT_TRUE(Make("k")->SetValue(&six, 8, kTypeI64, "w"));
+  ASSERT_TRUE(Open("k")->SetValue("five", 5, kTypeStr, "s"));
   Set("k\\Sub1", "marker", 1);
   Set("k\\sub2\\deeper", "marker", 1);
-
   KeyPtr reader = Open("k", true);
-  EXPECT_EQ(reader->CountValues(), 3u);
+  EXPECT_EQ(reader->CountValues(), 2u);
   EXPECT_EQ(reader->CountSubKeys(), 2u);
   std::vector<std::pair<std::string, std::string>> seen;
   std::string name, text;
   while (reader->NextString(text, name)) seen.emplace_back(name, text);
   std::sort(seen.begin(), seen.end());
-  EXPECT_EQ(seen, (std::vector<std::pair<std::string, std::string>>{{"n", "5"}, {"s", "five"}, {"w", "6"}}));
+  EXPECT_EQ(seen, (std::vector<std::pair<std::string, std::string>>{{"n", "5"}, {"s", "five"}}));
   ValueBuffer out;
   ValueType type;
   for (int i = 0; i < 2; ++i) EXPECT_LE(reader->NextValue(out, &type, name), 0);
-  EXPECT_EQ(ValueNames(*reader), (Names{"n", "s", "w"}));
-  EXPECT_EQ(SubKeyNames(*reader), (Names{"Sub1", "sub2"}));
-
-  reader->ResetSubKeys();
+  reader->ResetValues();
+  EXPECT_GT(reader->NextValue(out, &type, name), 0);
+  EXPECT_EQ(ValueNames("k"), (Names{"n", "s"}));
+  EXPECT_EQ(SubKeyNames("k"), (Names{"Sub1", "sub2"}));
+  EXPECT_EQ(SubKeyNames("k\\sub2"), Names{"deeper"});
   Names opened;
+  const int32_t number = 3;
   while (KeyPtr sub = reader->NextSubKey(true)) {
     opened.emplace_back(sub->GetName());
-    if (sub->GetName() == "sub2") {
-      EXPECT_EQ(SubKeyNames(*sub), Names{"deeper"});
-    }
+    EXPECT_FALSE(sub->SetValue(&number, 4, kTypeI32, "w"));
   }
   std::sort(opened.begin(), opened.end());
   EXPECT_EQ(opened, (Names{"Sub1", "sub2"}));
   EXPECT_EQ(reader->NextSubKey(true), nullptr);
-  KeyPtr clone = reader->Clone();  // fresh cursors
+  KeyPtr clone = reader->Clone();
   EXPECT_TRUE(clone->NextSubKeyName(name));
-  EXPECT_GT(clone->NextValue(out, &type, name), 0);
-}
-
-TEST_P(KeyContractTest, NextSubKeyTakesItsOwnReadOnlyFlag) {
-  Set("k\\child", "marker", 1);
-  KeyPtr reader = Open("k", true);
-  const int32_t number = 3;
-  EXPECT_TRUE(reader->NextSubKey(false)->SetValue(&number, 4, kTypeI32, "v"));
-  EXPECT_EQ(GetInt32("k\\child", "v"), 3);
+  EXPECT_FALSE(clone->SetValue(&number, 4, kTypeI32, "w"));
   reader->ResetSubKeys();
-  EXPECT_FALSE(reader->NextSubKey(true)->SetValue(&number, 4, kTypeI32, "w"));
-  EXPECT_FALSE(reader->Clone()->SetValue(&number, 4, kTypeI32, "w"));
+  KeyPtr writable = reader->NextSubKey(false);
+  EXPECT_TRUE(writable->SetValue(&number, 4, kTypeI32, "v"));
+  EXPECT_EQ(GetInt32("k\\" + std::string(writable->GetName()), "v"), 3);
 }
 
-TEST_P(KeyContractTest, KeyNamesIgnoreCase) {
-  Set("Case\\Sub", "v", 9);
-  KeyPtr other = Open("CASE\\sUB");
-  EXPECT_EQ(other->GetName(), "sUB");
-  EXPECT_EQ(GetInt32("CASE\\sUB", "v"), 9);
-  Set("case\\SUB", "w", 1);
-  EXPECT_EQ(SubKeyNames(*Open("case")), Names{"Sub"});
+// Key names ignore ASCII case and keep their first spelling; runs of backslashes
+// inside a path are one break, at its edges they make it invalid.
+TEST_P(KeyContractTest, PathRulesAndCase) {
+  Set("a\\\\b\\\\\\c", "v", 2);
+  EXPECT_EQ(Open("A\\B\\c")->GetName(), "c");
+  EXPECT_EQ(GetInt32("a\\B\\C", "v"), 2);
+  Set("A\\b", "w", 1);
+  EXPECT_EQ(SubKeyNames("a"), Names{"b"});
+  EXPECT_EQ(SubKeyNames(""), Names{"a"});
   // Only A-Z fold: E with acute in either case names two keys.
   Set("x\\\xc3\x89", "v", 1);
   Set("x\\\xc3\xa9", "v", 2);
-  EXPECT_EQ(SubKeyNames(*Open("x")).size(), 2u);
-}
-
-TEST_P(KeyContractTest, CreatePathRules) {
-  Set("a\\b", "marker", 1);
+  EXPECT_EQ(SubKeyNames("x").size(), 2u);
   for (auto path : {"\\a", "a\\", "\\", "a\\b\\"}) {
     for (bool read_only : {false, true}) {
       KeyPtr key = Open(path, read_only, !read_only);
       EXPECT_FALSE(key->IsValid()) << path;
       EXPECT_TRUE(key->GetName().empty()) << path;
-      EXPECT_FALSE(key->CheckValueExists("marker")) << path;
+      EXPECT_FALSE(key->CheckValueExists("w")) << path;
     }
   }
   EXPECT_FALSE(backend_->Create(top_ + "\\", 0, false, "a", true)->IsValid());
-  KeyPtr collapsed = Make("a\\\\b\\\\\\c");
-  EXPECT_EQ(collapsed->GetName(), "c");
-  Set("a\\\\b\\\\\\c", "v", 2);
-  EXPECT_EQ(GetInt32("a\\b\\c", "v"), 2);
-  EXPECT_EQ(Base()->CountSubKeys(), 1u);
-  EXPECT_FALSE(Open("missing")->IsValid());
+  EXPECT_FALSE(Exists("missing"));
   EXPECT_FALSE(Open("missing", true, true)->IsValid());
-  EXPECT_TRUE(Open("a\\b", true)->IsValid());
 }
 
-TEST_P(KeyContractTest, RemoveKey) {
-  Set("a\\b\\c", "v", 1);
-  Set("a\\keep", "v", 1);
-  EXPECT_TRUE(Base()->RemoveKey("missing"));
-  EXPECT_TRUE(Base()->RemoveKey("A\\B"));
-  EXPECT_FALSE(Exists("a\\b"));
-  EXPECT_FALSE(Exists("a\\b\\c"));
-  EXPECT_TRUE(Exists("a\\keep"));
-}
-
-TEST_P(KeyContractTest, RenameReplacesDestination) {
-  Set("src", "from_src", 1);
-  Set("src\\inner", "deep", 2);
-  Set("dst", "from_dst", 3);
-  Set("dst\\old_child", "v", 1);
-  EXPECT_TRUE(Base()->RenameKey("src", "dst"));
-  EXPECT_FALSE(Exists("src"));
-  EXPECT_EQ(ValueNames(*Open("dst")), Names{"from_src"});
-  EXPECT_EQ(SubKeyNames(*Open("dst")), Names{"inner"});
-  EXPECT_TRUE(Base()->RenameKey("dst\\inner", "one\\two\\three"));
-  EXPECT_EQ(GetInt32("one\\two\\three", "deep"), 2);
-  EXPECT_FALSE(Exists("dst\\inner"));
-}
-
-TEST_P(KeyContractTest, CopyMergesIntoDestination) {
+// Remove takes the subtree; rename replaces the destination, copy merges
+// into it; neither moves a key onto itself or from nowhere.
+TEST_P(KeyContractTest, RemoveRenameAndCopy) {
   Set("src", "x", 1);
   Set("src\\inner", "deep", 2);
   Set("dst", "x", 9);
   Set("dst", "only_dst", 3);
   Set("dst\\own_child", "v", 1);
-  EXPECT_TRUE(Base()->CopyKey("src", "dst"));
+  Set("ren", "y", 4);
+  Set("ren\\inner", "deep", 5);
+  EXPECT_TRUE(base_->RemoveKey("missing"));
+  EXPECT_TRUE(base_->CopyKey("src", "dst"));
   EXPECT_EQ(GetInt32("dst", "x"), 1);
   EXPECT_EQ(GetInt32("dst", "only_dst"), 3);
-  EXPECT_EQ(SubKeyNames(*Open("dst")), (Names{"inner", "own_child"}));
-  Set("dst\\inner", "deep", 5);  // a copy, not shared
+  EXPECT_EQ(SubKeyNames("dst"), (Names{"inner", "own_child"}));
+  Set("dst\\inner", "deep", 7);  // a copy, not shared
   EXPECT_EQ(GetInt32("src\\inner", "deep"), 2);
-  EXPECT_TRUE(Base()->CopyKey("src", "new\\place"));
+  EXPECT_TRUE(base_->RenameKey("ren", "DST"));
+  EXPECT_FALSE(Exists("ren"));
+  EXPECT_EQ(ValueNames("dst"), Names{"y"});
+  EXPECT_EQ(SubKeyNames("dst"), Names{"inner"});
+  EXPECT_TRUE(base_->RenameKey("dst\\inner", "one\\two"));
+  EXPECT_TRUE(base_->CopyKey("src", "new\\place"));
+  EXPECT_EQ(GetInt32("one\\two", "deep"), 5);
   EXPECT_EQ(GetInt32("new\\place\\inner", "deep"), 2);
-}
-
-TEST_P(KeyContractTest, RenameAndCopyPathChecks) {
-  Set("Key\\sub", "v", 1);
-  KeyPtr base = Base();
-  for (bool rename : {true, false}) {
-    auto move = [&](std::string_view from, std::string_view to) {
-      return rename ? base->RenameKey(from, to) : base->CopyKey(from, to);
-    };
-    EXPECT_TRUE(move("key", "KEY")) << rename;
-    EXPECT_FALSE(move("key", "Key\\sub\\x")) << rename;
-    EXPECT_FALSE(move("KEY\\SUB", "key")) << rename;
-    EXPECT_FALSE(move("missing", "elsewhere")) << rename;
-    EXPECT_FALSE(Exists("elsewhere")) << rename;
-    EXPECT_EQ(SubKeyNames(*base), Names{"Key"});
-    EXPECT_EQ(GetInt32("key\\sub", "v"), 1);
+  EXPECT_TRUE(base_->RemoveKey("ONE\\two"));
+  EXPECT_FALSE(Exists("one\\two"));
+  EXPECT_TRUE(Exists("one"));
+  for (bool rename : {true, false}) {  // into itself or an ancestor: the e2e cases
+    EXPECT_TRUE(rename ? base_->RenameKey("src", "SRC") : base_->CopyKey("src", "SRC"));
+    EXPECT_FALSE(rename ? base_->RenameKey("missing", "else") : base_->CopyKey("missing", "else"));
+    EXPECT_FALSE(Exists("else")) << rename;
+    EXPECT_EQ(SubKeyNames("src"), Names{"inner"});
   }
 }
 
@@ -362,36 +296,15 @@ TEST_P(KeyContractTest, ReadOnlyKeyRefusesChanges) {
   EXPECT_FALSE(key->RemoveKey("sub"));
   EXPECT_FALSE(key->RenameKey("sub", "moved"));
   EXPECT_FALSE(key->CopyKey("sub", "copied"));
-  EXPECT_FALSE(key->Clone()->RemoveValue("v"));
   EXPECT_EQ(GetInt32("k", "v"), 1);
-  EXPECT_EQ(ValueNames(*Open("k")), Names{"v"});
-  EXPECT_EQ(SubKeyNames(*Open("k")), Names{"sub"});
+  EXPECT_EQ(ValueNames("k"), Names{"v"});
+  EXPECT_EQ(SubKeyNames("k"), Names{"sub"});
 }
 
-TEST_P(KeyContractTest, ConcurrentWritersOnOwnKeys) {
-  constexpr int kThreads = 4, kKeys = 25;
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      for (int i = 0; i < kKeys; ++i) {
-        const int32_t number = t * 1000 + i;
-        const std::string name = "t" + std::to_string(t);
-        EXPECT_TRUE(Make("shared\\k" + std::to_string(i))
-                        ->SetValue(&number, 4, kTypeI32, name.c_str()));
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(Open("shared")->CountSubKeys(), static_cast<uint32_t>(kKeys));
-  for (int i = 0; i < kKeys; ++i) {
-    for (int t = 0; t < kThreads; ++t) {
-      EXPECT_EQ(GetInt32("shared\\k" + std::to_string(i), ("t" + std::to_string(t)).c_str()),
-                t * 1000 + i);
-    }
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(Backends, KeyContractTest, ::testing::ValuesIn(ContractSpecs()), SpecName);
+INSTANTIATE_TEST_SUITE_P(Backends, KeyContractTest, ::testing::ValuesIn(ContractSpecs()),
+                         [](const auto& spec) {
+                           return spec.param.substr(0, spec.param.find(':'));
+                         });
 
 }  // namespace
 }  // namespace regkey

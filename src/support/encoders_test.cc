@@ -66,15 +66,9 @@ TEST(Base64Test, SizeProtocol) {
   size_t size = 0;
   EXPECT_FALSE(Base64Encode("", 0, nullptr, size));
   EXPECT_TRUE(Base64Encode("", 0, buffer, size));
-  EXPECT_EQ(size, 0u);
   size = 3;
   EXPECT_FALSE(Base64Encode("foo", 3, buffer, size));
   EXPECT_EQ(size, 4u);
-  EXPECT_EQ(std::string(buffer, 8), "xxxxxxxx");
-  size = sizeof buffer;
-  EXPECT_TRUE(Base64Encode("foo", 3, buffer, size));
-  EXPECT_EQ(size, 4u);
-  EXPECT_EQ(std::string(buffer, 8), "Zm9vxxxx");
   size = 7;
   EXPECT_FALSE(Base64Decode("=", 1, nullptr, size));
   EXPECT_EQ(size, 0u);
@@ -82,11 +76,12 @@ TEST(Base64Test, SizeProtocol) {
   size = 2;
   EXPECT_FALSE(Base64Decode("Zm9v", 4, buffer, size));
   EXPECT_EQ(size, 3u);
-  EXPECT_EQ(std::string(buffer, 4), "Zm9v");
+  EXPECT_EQ(std::string(buffer, 8), "xxxxxxxx");
   size = sizeof buffer;
-  EXPECT_TRUE(Base64Decode("Zm9v", 4, buffer, size));
-  EXPECT_EQ(size, 3u);
-  EXPECT_EQ(std::string(buffer, 4), "foov");
+  EXPECT_TRUE(Base64Encode("foo", 3, buffer, size) && size == 4);
+  size = sizeof buffer;
+  EXPECT_TRUE(Base64Decode("Zm9v", 4, buffer + 4, size) && size == 3);
+  EXPECT_EQ(std::string(buffer, 8), "Zm9vfoox");
 }
 
 TEST(Base64Test, DecodePaddingIsOptionalAndTrusted) {

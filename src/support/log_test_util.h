@@ -38,7 +38,8 @@ class LogCapture {
   std::vector<std::string> Texts() {
     std::vector<std::string> texts;
     const std::string all = Text();
-    for (size_t start = 0, end; (end = all.find('\n', start)) != std::string::npos; start = end + 1) {
+    for (size_t start = 0, end; (end = all.find('\n', start)) != std::string::npos;
+         start = end + 1) {
       texts.push_back(end - start >= 45 ? all.substr(start + 45, end - start - 45) : "SHORT");
     }
     return texts;

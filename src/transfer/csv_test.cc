@@ -67,24 +67,23 @@ TEST(CsvTokenizerTest, ChunkBoundariesChangeNothing) {
   EXPECT_EQ(Tokenize(bytes), kTrickyEvents);
 }
 
-TEST(CsvTokenizerTest, QuotedFieldStillOpenAtEndIsDropped) {
+// A quoted field still open at the end is dropped; a handler's false stops
+// the parse at once, at a field or at a row end.
+TEST(CsvTokenizerTest, OpenQuoteAtEndAndHandlerStop) {
   EXPECT_EQ(Tokenize({"a,\"open\nfield"}), (std::vector<std::string>{"a"}));
-}
-
-TEST(CsvTokenizerTest, HandlerFalseStopsAtOnce) {
   RecordingHandler handler;
   handler.stop_after = 2;
-  CsvTokenizer tokenizer(handler);
-  EXPECT_FALSE(tokenizer.Feed("a,b,c\n", 6));
+  EXPECT_FALSE(CsvTokenizer(handler).Feed("a,b,c\n", 6));
   EXPECT_EQ(handler.events, (std::vector<std::string>{"a", "b"}));
   handler.events.clear();
-  EXPECT_FALSE(CsvTokenizer(handler).Feed("\nx\n", 3));  // at a row end
+  EXPECT_FALSE(CsvTokenizer(handler).Feed("\nx\n", 3));
   EXPECT_EQ(handler.events, (std::vector<std::string>{"", "|"}));
 }
 
+// The bytes that make export write a bin value as b64.
 TEST(CsvControlByteTest, ClassifiesEveryByte) {
   for (int byte = 0; byte < 256; ++byte) {
-    bool expected = byte <= 8 || (byte >= 14 && byte <= 31) || byte == 127;
+    const bool expected = byte <= 8 || (byte >= 14 && byte <= 31) || byte == 127;
     EXPECT_EQ(IsCsvControlByte(static_cast<unsigned char>(byte)), expected) << byte;
   }
 }
@@ -95,32 +94,6 @@ TEST(WriteCsvRowTest, UnknownTypeLeavesPartialRow) {
   EXPECT_EQ(WriteCsvRow(out, "k", "v", static_cast<regkey::ValueType>(9), "x", 1, scratch),
             CsvWriteResult::kUnexpectedType);
   EXPECT_EQ(out.str(), "k,v");
-}
-
-// Reads `input` in two chunks cut at `cut` (one chunk by default); messages
-// get the prefix FailureStream would.
-struct ReadResult {
-  bool ok;
-  std::string messages;
-  std::vector<ImportRow> rows;
-};
-
-ReadResult Read(const std::string& input, bool ignore_errors, std::string_view key = "K",
-                size_t cut = std::string::npos) {
-  cut = std::min(cut, input.size());
-  ReadResult result;
-  std::ostringstream messages;
-  CsvRowReader reader(
-      key, ignore_errors,
-      [&](bool always_fatal) -> std::ostream& {
-        return messages << (always_fatal || !ignore_errors ? "fatal: " : "error: ");
-      },
-      result.rows);
-  CsvTokenizer tokenizer(reader);
-  result.ok = tokenizer.Feed(input.data(), cut) &&
-              tokenizer.Feed(input.data() + cut, input.size() - cut);
-  result.messages = messages.str();
-  return result;
 }
 
 // Fixed-seed fuzzing, well under a second: random text rich in quotes,
@@ -146,16 +119,17 @@ TEST(CsvFuzzTest, EveryChunkSplitOfRandomInputGivesTheSameEvents) {
   }
 }
 
+// Random rows written by WriteCsvRow read back by CsvRowReader, fed in two
+// chunks cut at a random place.
 TEST(CsvFuzzTest, RandomRowsReadBackAsWritten) {
-  // Key, value name, type code, value bytes.
+  // KNAME, VNAME, type code, value bytes.
   using Row = std::tuple<std::string, std::string, uint32_t, std::string>;
   std::mt19937 random(7);
   for (int round = 0; round < 5000; ++round) {
-    std::ostringstream out;
+    std::ostringstream out, messages;
     out << kCsvHeader;
-    std::vector<Row> written;
-    std::string key_scratch;
-    std::string scratch;
+    std::vector<Row> written, read;
+    std::string key_scratch, scratch;
     for (int i = random() % 6; i >= 0; --i) {
       std::string key = RandomText(random, 12);
       key.erase(0, key.find_first_not_of('\\'));  // KNAME never starts or ends with one
@@ -178,10 +152,14 @@ TEST(CsvFuzzTest, RandomRowsReadBackAsWritten) {
       written.emplace_back(key, name, b64 ? 6 : type + 1, value);
     }
     const std::string text = out.str();
-    ReadResult r = Read(text, false, "", random() % (text.size() + 1));
-    ASSERT_TRUE(r.ok) << r.messages;
-    std::vector<Row> read;
-    for (const ImportRow& row : r.rows) {
+    const size_t cut = random() % (text.size() + 1);
+    std::vector<ImportRow> rows;
+    CsvRowReader reader("", false, [&](bool) -> std::ostream& { return messages; }, rows);
+    CsvTokenizer tokenizer(reader);
+    ASSERT_TRUE(tokenizer.Feed(text.data(), cut) &&
+                tokenizer.Feed(text.data() + cut, text.size() - cut))
+        << messages.str();
+    for (const ImportRow& row : rows) {
       read.emplace_back(row.key, row.value_name, row.type, std::string(row.data.get(), row.size));
     }
     ASSERT_EQ(read, written) << "round " << round;

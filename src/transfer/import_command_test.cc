@@ -22,49 +22,41 @@ TEST(ImportWorkerCountTest, OneWorkerPerFullBatchWithinTheLimit) {
   for (const auto& c : cases) EXPECT_EQ(ImportWorkerCount(c[0], c[1]), c[2]) << c[0];
 }
 
-// A key that counts its stores and the threads that made them. The first
-// store of each thread waits (up to two seconds) until `expected_threads`
-// have arrived, so that every started worker is seen however fast the
-// others are. Which rows arrive is checked by the e2e cases.
-struct Recording {
-  std::mutex mutex;
-  std::condition_variable arrived;
-  size_t expected_threads = 0, stores = 0, creates = 0;
-  std::set<std::thread::id> threads;
-};
-
-class RecordingKey final : public regkey::KeyStub {
- public:
-  explicit RecordingKey(Recording& recording) : recording_(recording) {}
-  bool SetValue(const void*, size_t, regkey::ValueType, const char*) override {
-    std::unique_lock<std::mutex> lock(recording_.mutex);
-    ++recording_.stores;
-    if (recording_.threads.insert(std::this_thread::get_id()).second) {
-      recording_.arrived.notify_all();
-      recording_.arrived.wait_for(lock, std::chrono::seconds(2), [this] {
-        return recording_.threads.size() >= recording_.expected_threads;
-      });
-    }
-    return true;
-  }
-
- private:
-  Recording& recording_;
-};
-
+// Counts stores, key opens and the threads that store. The first store of
+// each thread waits (up to two seconds) until `expected_threads` have
+// arrived, so that every started worker is seen however fast the others
+// are. Which rows arrive is checked by the e2e cases.
 class RecordingBackend final : public regkey::Backend {
  public:
-  explicit RecordingBackend(Recording& recording) : recording_(recording) {}
   regkey::KeyPtr Create(std::string_view, int, bool, std::string_view, bool) override {
-    std::lock_guard<std::mutex> lock(recording_.mutex);
-    ++recording_.creates;
-    return regkey::KeyPtr(new RecordingKey(recording_));
+    std::lock_guard<std::mutex> lock(mutex);
+    ++creates;
+    return regkey::KeyPtr(new RecordingKey(*this));
   }
   void Dump() override {}
   bool Init(std::string_view) override { return true; }
 
+  std::mutex mutex;
+  std::condition_variable arrived;
+  size_t expected_threads = 0, stores = 0, creates = 0;
+  std::set<std::thread::id> threads;
+
  private:
-  Recording& recording_;
+  struct RecordingKey final : public regkey::KeyStub {
+    explicit RecordingKey(RecordingBackend& backend) : backend(backend) {}
+    bool SetValue(const void*, size_t, regkey::ValueType, const char*) override {
+      std::unique_lock<std::mutex> lock(backend.mutex);
+      ++backend.stores;
+      if (backend.threads.insert(std::this_thread::get_id()).second) {
+        backend.arrived.notify_all();
+        backend.arrived.wait_for(lock, std::chrono::seconds(2), [this] {
+          return backend.threads.size() >= backend.expected_threads;
+        });
+      }
+      return true;
+    }
+    RecordingBackend& backend;
+  };
 };
 
 // The workers that ImportWorkerCount allows all take part, and a worker
@@ -79,20 +71,19 @@ TEST(ImportCommandTest, ConcurrentWorkersOpenOneKeyPerRun) {
   TestEnvironment env;
   env.files["in.csv"] = csv.str();
   env.max_db_connections = 8;
-  Recording recording;
-  recording.expected_threads = 8;
+  auto recording = std::make_shared<RecordingBackend>();
+  recording->expected_threads = 8;
   const std::shared_ptr<regkey::Backend> saved = regkey::registry_backend;
-  regkey::registry_backend = std::make_shared<RecordingBackend>(recording);
+  regkey::registry_backend = recording;
   std::string_view tokens[] = {"K", "in.csv"};
   TokenCursor cursor{tokens, 2};
   ImportCommand command("import", &env);
-  ASSERT_TRUE(command.ParseArguments(cursor));
-  ASSERT_TRUE(command.Prepare());
+  ASSERT_TRUE(command.ParseArguments(cursor) && command.Prepare());
   EXPECT_TRUE(command.Execute());
   regkey::registry_backend = saved;
-  EXPECT_EQ(recording.stores, static_cast<size_t>(kKeys * kValuesPerKey));
-  EXPECT_EQ(recording.threads.size(), 8u);
-  EXPECT_LE(recording.creates, static_cast<size_t>(kKeys + 40));
+  EXPECT_EQ(recording->stores, static_cast<size_t>(kKeys * kValuesPerKey));
+  EXPECT_EQ(recording->threads.size(), 8u);
+  EXPECT_LE(recording->creates, static_cast<size_t>(kKeys + 40));
 }
 
 }  // namespace
