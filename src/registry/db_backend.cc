@@ -118,7 +118,7 @@ cppdb::connection_info PoolConnectionInfo(std::string_view spec) {
   }
   cppdb::connection_info info{std::string(spec)};
   if (!info.has("@pool_max_idle")) info.properties["@pool_max_idle"] = "15";
-  // libpq takes this name only when neither the specification nor PGAPPNAME
+  // libpq takes this name only when neither the backend specification nor PGAPPNAME
   // names the application, as libpq's own tools do.
   if (!info.has("fallback_application_name") && *program_invocation_short_name != '\0') {
     info.properties["fallback_application_name"] = program_invocation_short_name;
