@@ -1,8 +1,6 @@
 #include "registry/db_key.h"
 
-#include <cinttypes>
-#include <cstdio>
-#include <cstring>
+#include <cstdlib>
 #include <stdexcept>
 #include <utility>
 
@@ -11,8 +9,8 @@
 #include "registry/conversions.h"
 #include "registry/db_backend.h"
 #include "registry/key_paths.h"
-#include "support/encoders.h"
 #include "support/log.h"
+#include "support/value_codec.h"
 
 namespace regkey {
 
@@ -29,10 +27,6 @@ std::string CollapseBackslashes(std::string_view text) {
     if (c != '\\' || out.empty() || out.back() != '\\') out.push_back(c);
   }
   return out;
-}
-
-bool HasOuterBackslash(std::string_view text) {
-  return !text.empty() && (text.front() == '\\' || text.back() == '\\');
 }
 
 // Reads column `col` of the current row; NULL is an error.
@@ -109,7 +103,7 @@ std::string JoinPath(std::string_view path, std::string_view relative) {
 DBKey::DBKey(std::shared_ptr<DBBackend> backend_in, std::string_view root,
              std::string_view relative, bool read_only_in, bool create)
     : backend_(std::move(backend_in)), read_only_(read_only_in) {
-  if (HasOuterBackslash(root) || HasOuterBackslash(relative)) return;
+  if (HasEdgeBackslash(root) || HasEdgeBackslash(relative)) return;
   cppdb::session local = backend_->OpenSession();
   if (!local.is_open()) return;
   path_ = CollapseBackslashes(root);
@@ -198,34 +192,24 @@ bool DBKey::GetString(std::string& out, const char* name) {
 bool DBKey::SetValue(const void* data, size_t size, ValueType type, const char* name) {
   if (!session_.is_open()) return false;
   if (read_only_) {
-    LogReadOnly("SetValue", name ? name : "(null)", nullptr, {});
+    LogReadOnlyRefusal("SetValue", name ? name : "(null)", nullptr, {}, path_);
     return false;
   }
   switch (type) {
     case kTypeStr:
       if (data == nullptr) throw std::logic_error(kNullStringError);
       return StoreNamedValue(name, kWireStr, static_cast<const char*>(data));
-    case kTypeI32: {
+    case kTypeI32:
       if (size < 4) return false;
-      int32_t number;
-      std::memcpy(&number, data, 4);
-      char text[12];
-      std::snprintf(text, sizeof text, "%i", number);
-      return StoreNamedValue(name, kWireI32, text);
-    }
-    case kTypeI64: {
+      return StoreNamedValue(name, kWireI32,
+                             DecimalText(static_cast<int32_t>(DecodeFixed32(data))).c_str());
+    case kTypeI64:
       if (size < 8) return false;
-      int64_t number;
-      std::memcpy(&number, data, 8);
-      char text[21];
-      std::snprintf(text, sizeof text, "%" PRId64, number);
-      return StoreNamedValue(name, kWireI64, text);
-    }
+      return StoreNamedValue(name, kWireI64,
+                             DecimalText(static_cast<int64_t>(DecodeFixed64(data))).c_str());
     case kTypeBin: {
-      size_t encoded_size = 0;
-      Base64Encode(data, size, nullptr, encoded_size);
-      std::string text(encoded_size, '\0');
-      if (!Base64Encode(data, size, text.data(), encoded_size)) return false;
+      std::string text;
+      if (!Base64EncodeTo(data, size, text)) return false;
       return StoreNamedValue(name, kWireBin, text.c_str());
     }
   }
@@ -249,7 +233,7 @@ bool DBKey::CheckValueExists(std::string_view name) {
 bool DBKey::RemoveValue(std::string_view name) {
   if (!session_.is_open()) return false;
   if (read_only_) {
-    LogReadOnly("RemoveValue", name, nullptr, {});
+    LogReadOnlyRefusal("RemoveValue", name, nullptr, {}, path_);
     return false;
   }
   return Guarded("RemoveValue", false, [&] {
@@ -264,7 +248,7 @@ bool DBKey::RemoveValue(std::string_view name) {
 bool DBKey::RemoveKey(std::string_view relative) {
   if (!session_.is_open()) return false;
   if (read_only_) {
-    LogReadOnly("RemoveKey", relative, nullptr, {});
+    LogReadOnlyRefusal("RemoveKey", relative, nullptr, {}, path_);
     return false;
   }
   return Guarded("RemoveKey", false, [&] {
@@ -285,7 +269,7 @@ bool DBKey::MoveOrCopy(const char* operation, const std::string& statement, std:
                        std::string_view to) {
   if (!session_.is_open()) return false;
   if (read_only_) {
-    LogReadOnly(operation, from, "'->'", to);
+    LogReadOnlyRefusal(operation, from, "'->'", to, path_);
     return false;
   }
   switch (ComparePaths(from, to)) {
@@ -405,16 +389,6 @@ std::string DBKey::GetDefaultString() {
   std::string out;
   if (!GetString(out, "")) return {};
   return out;
-}
-
-void DBKey::LogReadOnly(const char* operation, std::string_view first, const char* joiner,
-                        std::string_view second) {
-  if (!LogEnabled(1, kLogModuleOther)) return;
-  LogLine line(1, kLogModuleOther);
-  std::ostream& stream = line.stream();
-  stream << operation << " '" << first;
-  if (joiner) stream << joiner << second;
-  stream << "' on read-only key '" << path_ << "'";
 }
 
 }  // namespace regkey

@@ -81,9 +81,6 @@ class DBKey final : public Key {
   // A move or copy of a subtree by the server function `statement`.
   bool MoveOrCopy(const char* operation, const std::string& statement, std::string_view from,
                   std::string_view to);
-  // The refusal line of a mutating operation on a read-only key.
-  void LogReadOnly(const char* operation, std::string_view first, const char* joiner,
-                   std::string_view second);
 
   // Constant after construction, but for `session_`, which IsValid may close.
   std::shared_ptr<DBBackend> backend_;
