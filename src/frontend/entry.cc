@@ -15,6 +15,7 @@
 #include "frontend/command.h"
 #include "frontend/environment.h"
 #include "registry/backend.h"
+#include "registry/key_paths.h"
 #include "support/log.h"
 
 namespace po = boost::program_options;
@@ -246,8 +247,12 @@ void InitRegistryBackend(const OptionValues& values) {
 
 void SetRegistryRoot(const std::string& root) {
   if (root.empty()) return;
-  if (root.front() == '\\') throw std::runtime_error("invalid registry root: starts with '\\'");
-  if (root.back() == '\\') throw std::runtime_error("invalid registry root: ends with '\\'");
+  if (regkey::StartsWithBackslash(root)) {
+    throw std::runtime_error("invalid registry root: starts with '\\'");
+  }
+  if (regkey::EndsWithBackslash(root)) {
+    throw std::runtime_error("invalid registry root: ends with '\\'");
+  }
   registry_root = root;
 }
 
