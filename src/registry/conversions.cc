@@ -87,6 +87,20 @@ int32_t NarrowInt64(int64_t number) {
   return static_cast<int32_t>(static_cast<uint32_t>(number));
 }
 
+// The number strtol and its kin read from `start` up to `end`, or, when they
+// read nothing, the number of a word at `start`.
+template <typename Int>
+bool NumberOrWord(const char* start, const char* end, Int number, Int& out) {
+  if (end != start) {
+    out = number;
+    return true;
+  }
+  int word;
+  if (!WordToNumber(start, word)) return false;
+  out = word;
+  return true;
+}
+
 }  // namespace
 
 bool TextToInt32(const char* text, int32_t& out) {
@@ -103,14 +117,7 @@ bool TextToInt32(const char* text, int32_t& out) {
     if (value > UINT32_MAX) value = UINT32_MAX;
     number = static_cast<int32_t>(static_cast<uint32_t>(value));
   }
-  if (end != start) {
-    out = number;
-    return true;
-  }
-  int word;
-  if (!WordToNumber(start, word)) return false;
-  out = word;
-  return true;
+  return NumberOrWord(start, end, number, out);
 }
 
 bool TextToInt64(const char* text, int64_t& out) {
@@ -122,14 +129,7 @@ bool TextToInt64(const char* text, int64_t& out) {
   } else {
     number = static_cast<int64_t>(std::strtoull(start, &end, 10));
   }
-  if (end != start) {
-    out = number;
-    return true;
-  }
-  int word;
-  if (!WordToNumber(start, word)) return false;
-  out = word;
-  return true;
+  return NumberOrWord(start, end, number, out);
 }
 
 int64_t ConvertStoredText(int code, const std::string& text, ValueType wanted, void** out,
