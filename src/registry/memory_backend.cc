@@ -152,20 +152,14 @@ bool MemoryKey::SetValue(const void* data, size_t size, ValueType type, const ch
   }
   StoredValue value;
   switch (type) {
-    case kTypeI32: {
+    case kTypeI32:
       if (size < sizeof(int32_t)) return false;
-      int32_t number;
-      std::memcpy(&number, data, sizeof number);
-      value = StoredValue(number);
+      value = StoredValue(static_cast<int32_t>(DecodeFixed32(data)));
       break;
-    }
-    case kTypeI64: {
+    case kTypeI64:
       if (size < sizeof(int64_t)) return false;
-      int64_t number;
-      std::memcpy(&number, data, sizeof number);
-      value = StoredValue(number);
+      value = StoredValue(static_cast<int64_t>(DecodeFixed64(data)));
       break;
-    }
     case kTypeStr:
       if (data == nullptr) throw std::logic_error(kNullStringError);
       value = StoredValue(std::string(static_cast<const char*>(data)));
