@@ -9,7 +9,6 @@
 #include "registry/conversions.h"
 #include "registry/db_backend.h"
 #include "registry/key_paths.h"
-#include "support/log.h"
 #include "support/value_codec.h"
 
 namespace regkey {
