@@ -274,23 +274,6 @@ TEST_P(KeyContractTest, RemoveRenameAndCopy) {
   }
 }
 
-TEST_P(KeyContractTest, ReadOnlyKeyRefusesChanges) {
-  Set("k", "v", 1);
-  Set("k\\sub", "v", 1);
-  KeyPtr key = Open("k", true);
-  ASSERT_TRUE(key->IsValid());
-  const int32_t number = 2;
-  EXPECT_FALSE(key->SetValue(&number, 4, kTypeI32, "v"));
-  EXPECT_FALSE(key->SetValue(&number, 4, kTypeI32, "new"));
-  EXPECT_FALSE(key->RemoveValue("v"));
-  EXPECT_FALSE(key->RemoveKey("sub"));
-  EXPECT_FALSE(key->RenameKey("sub", "moved"));
-  EXPECT_FALSE(key->CopyKey("sub", "copied"));
-  EXPECT_EQ(GetInt32("k", "v"), 1);
-  EXPECT_EQ(ValueNames("k"), Names{"v"});
-  EXPECT_EQ(SubKeyNames("k"), Names{"sub"});
-}
-
 INSTANTIATE_TEST_SUITE_P(Backends, KeyContractTest, ::testing::ValuesIn(ContractSpecs()),
                          [](const auto& spec) {
                            return spec.param.substr(0, spec.param.find(':'));

@@ -63,6 +63,7 @@ TEST_F(MemoryBackendTest, NullDataTypeReportAndFailedRead) {
 
 TEST_F(MemoryBackendTest, ReadOnlyRefusalsAreLoggedAtLevelOne) {
   Open("Dir\\sub", false, true);
+  ASSERT_TRUE(Open("dir")->SetValue("x", 2, kTypeStr, "v"));
   KeyPtr key = Open("dir", true);
   const int32_t number = 2;
   LogCapture log(1);
