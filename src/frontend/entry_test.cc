@@ -30,10 +30,8 @@ std::string Describe(const std::function<po::parsed_options()>& parse) {
   return text;
 }
 
-// Every line of up to three tokens from a set that takes each road through
-// the parser (words, unknown and known short options, sticky flags, values
-// adjacent or next, abbreviations, "--", syntax errors), cut into the
-// smallest windows, parses as one run of the library over the whole line.
+// Every line of up to three tokens from a vocabulary that takes each road through the
+// parser, cut into the smallest windows, parses as one run over the whole line.
 TEST(ParseCommandLineTest, WindowsParseAsTheWholeLine) {
   po::options_description options;
   options.add_options()("help,h", "")("Root,r", po::value<std::string>(), "")("Verbose", "")(

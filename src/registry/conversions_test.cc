@@ -42,10 +42,7 @@ TEST(TextToIntTest, NumbersWordsAndRefusals) {
   }
 }
 
-// What the contract suite does not reach through a database key: the size
-// test comes before the parse; textual codes read as bin give their text
-// without the NUL; bin decodes, and only as bin; unknown codes and types give
-// nothing; a caller's buffer is filled in place.
+// What the contract suite does not reach through a database key.
 TEST(ConvertStoredTextTest, Table) {
   const struct {
     int code;

@@ -141,9 +141,7 @@ TEST_F(DBKeyTest, EnumeratesLazilyAndRestartsOnReset) {
   EXPECT_TRUE(backend_->Create("", 0, false, "\\bad", true)->Clone()->IsValid());
 }
 
-// Server functions answering NULL or odd rows: reads find nothing, tests and
-// counts fail with the text of cppdb::null_value_fetch; a subkey row ending
-// in a backslash names an empty subkey.
+// Server functions answering NULL or odd rows: reads find nothing, tests and counts fail.
 TEST_F(DBKeyTest, NullAndOddRows) {
   Store("k");
   Replace("get_value(p_path text, p_name text)", "TABLE (type smallint, value text)",

@@ -1,7 +1,4 @@
-// Helpers of the tests that run against a live PostgreSQL server: the server
-// named by HIVECTL_PG_SPEC (scripts/test.sh starts one) and a scratch
-// database per test cloned from HIVECTL_PG_TEMPLATE (default
-// "registry_template", holding the registry schema).
+// Helpers of the tests that run against the PostgreSQL server in HIVECTL_PG_SPEC.
 #ifndef HIVECTL_REGISTRY_DB_TEST_UTIL_H_
 #define HIVECTL_REGISTRY_DB_TEST_UTIL_H_
 
@@ -32,8 +29,7 @@ inline void RunSql(const std::string& spec, const std::string& statement) {
   cppdb::session(spec).create_statement(statement).exec();
 }
 
-// The first column of the first row of a query, "NULL" for a null, "" for
-// no row.
+// The first column of the first row of a query, "NULL" for a null, "" for no row.
 inline std::string QuerySql(const std::string& spec, const std::string& statement) {
   cppdb::session session(spec);
   cppdb::result row = session.create_statement(statement).query();
@@ -41,7 +37,7 @@ inline std::string QuerySql(const std::string& spec, const std::string& statemen
   return !row.next() ? "" : row.fetch(0, text) ? text : "NULL";
 }
 
-// A database of its own for one test, dropped at the end.
+// A database of its own for one test, cloned from HIVECTL_PG_TEMPLATE, dropped at the end.
 class ScratchDatabase {
  public:
   ScratchDatabase() {

@@ -36,9 +36,7 @@ TEST_F(MemoryBackendTest, RootAndPathCollapseAndFirstSpellingNamesTheKey) {
   EXPECT_EQ(Open("")->NextSubKey(true)->GetName(), "Root");
 }
 
-// Null data: an exception for str and numbers, an empty value for bin. The
-// stored type is reported even when the buffer is too small; a failed read
-// keeps the caller's block; the enumerations share one cursor.
+// Null data, the type reported to a small buffer, a failed read keeping the caller's block.
 TEST_F(MemoryBackendTest, NullDataTypeReportAndFailedRead) {
   KeyPtr key = Open("k", false, true);
   int64_t wide = 5;
@@ -63,6 +61,7 @@ TEST_F(MemoryBackendTest, NullDataTypeReportAndFailedRead) {
 
 TEST_F(MemoryBackendTest, ReadOnlyRefusalsAreLoggedAtLevelOne) {
   Open("Dir\\sub", false, true);
+  ASSERT_TRUE(Open("dir")->SetValue("x", 2, kTypeStr, "v"));
   KeyPtr key = Open("dir", true);
   const int32_t number = 2;
   LogCapture log(1);

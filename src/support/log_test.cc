@@ -69,9 +69,7 @@ TEST(LogTest, HeaderLayoutThreaded) {
             before + " |3| " + ThreadColumn(thread_id) + "|   OTHER| abc\n");
 }
 
-// The level digit and module label columns; no module is NONE, several are
-// UNKNOWN; every named bit has a label of its own. A line passes at or below
-// the level in one of the modules; level 0 always, to stdout without a file.
+// Level and module columns and labels; the level filter; stdout without a file.
 TEST(LogTest, LevelModuleColumnsAndFilter) {
   LogCapture log;
   LogSetup(9, kLogModuleOther | 0x2);

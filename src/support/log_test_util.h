@@ -1,5 +1,4 @@
-// Test helper: points the diagnostic log at a temporary file, at the given
-// level for the module OTHER, and restores the settings afterwards.
+// Points the diagnostic log at a temporary file for one test.
 #ifndef HIVECTL_SUPPORT_LOG_TEST_UTIL_H_
 #define HIVECTL_SUPPORT_LOG_TEST_UTIL_H_
 

@@ -22,10 +22,8 @@ TEST(ImportWorkerCountTest, OneWorkerPerFullBatchWithinTheLimit) {
   for (const auto& c : cases) EXPECT_EQ(ImportWorkerCount(c[0], c[1]), c[2]) << c[0];
 }
 
-// Counts stores, key opens and the threads that store. The first store of
-// each thread waits (up to two seconds) until `expected_threads` have
-// arrived, so that every started worker is seen however fast the others
-// are. Which rows arrive is checked by the e2e cases.
+// Counts stores, key opens and storing threads; each thread's first store waits
+// (up to two seconds) for `expected_threads`, so every started worker is seen.
 class RecordingBackend final : public regkey::Backend {
  public:
   regkey::KeyPtr Create(std::string_view, int, bool, std::string_view, bool) override {

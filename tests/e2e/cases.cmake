@@ -1,6 +1,4 @@
-# Each scenario file under tests/e2e/cases becomes one CTest test per backend
-# (memory, and postgres with HIVECTL_PG_TESTS, which scripts/test.sh sets after
-# starting its throwaway server) and per setting; see tests/e2e/README.md.
+# One CTest test per case file, backend and setting; see tests/e2e/README.md.
 find_package(Python3 REQUIRED COMPONENTS Interpreter)
 file(GLOB_RECURSE HIVECTL_E2E_CASES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/e2e/cases/*.case)
 set(HIVECTL_E2E_BACKENDS memory)

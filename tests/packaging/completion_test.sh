@@ -1,6 +1,5 @@
 #!/bin/bash
-# Drives the bash completion as bash does: COMP_WORDS and COMP_CWORD set,
-# the function called, COMPREPLY compared.
+# Drives the bash completion as bash does and compares COMPREPLY.
 #   completion_test.sh COMPLETION_FILE
 set -u
 . "$1"

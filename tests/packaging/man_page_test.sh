@@ -1,7 +1,5 @@
 #!/bin/bash
-# --help and the manual page name the same things: every option, command (with
-# its arguments) and TYPE keyword of --help appears in the page, and every
-# command and TYPE keyword that the page lists is one of --help.
+# --help and the manual page name the same options, commands and TYPE keywords.
 #   man_page_test.sh BINARY MAN_PAGE
 set -u
 help=$("$1" --help 2>&1)

@@ -1,8 +1,6 @@
 #!/bin/bash
-# Schema life cycle on the throwaway server (HIVECTL_PG_* from its env file):
-# a registry of the first, unversioned schema with data put in by the tool is
-# upgraded in place by qv-hivectl-schema install without loss; verify passes
-# and catches a missing function; grant makes readers and writers.
+# qv-hivectl-schema on the test server: install upgrades the first schema without loss,
+# verify catches a missing function, grant makes readers and writers.
 #   schema_test.sh BINARY SOURCE_DIR
 set -euo pipefail
 tool=$1 src=$2
