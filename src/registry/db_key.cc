@@ -301,25 +301,25 @@ uint32_t DBKey::CountSubKeys() {
   });
 }
 
-void DBKey::ResetValues() { values_stale_ = true; }
+void DBKey::ResetValues() { values_.stale = true; }
 
-void DBKey::LoadValues() {
-  if (!values_stale_) return;
-  values_stale_ = false;
-  values_ = cppdb::result();
-  values_fetched_ = false;
-  if (!session_.is_open()) return;
-  values_fetched_ = Guarded("LoadValues", false, [&] {
-    values_ = session_.prepare(sql::kGetValues).bind(path_.c_str()).query();
-    return true;
-  });
+bool DBKey::NextRow(LazyRows& cursor, const char* step, const std::string& statement) {
+  if (cursor.stale) {
+    cursor.stale = false;
+    cursor.rows = cppdb::result();
+    cursor.fetched = session_.is_open() && Guarded(step, false, [&] {
+      cursor.rows = session_.prepare(statement).bind(path_.c_str()).query();
+      return true;
+    });
+  }
+  return cursor.fetched && cursor.rows.next();
 }
 
 bool DBKey::NextValueRow(std::string& name, int& code, std::string& text) {
-  LoadValues();
-  if (!values_fetched_ || !values_.next()) return false;
+  if (!NextRow(values_, "LoadValues", sql::kGetValues)) return false;
+  cppdb::result& row = values_.rows;
   unsigned short wire = 0;
-  if (!values_.fetch(0, name) || !values_.fetch(1, wire) || !values_.fetch(2, text)) return false;
+  if (!row.fetch(0, name) || !row.fetch(1, wire) || !row.fetch(2, text)) return false;
   code = wire;
   return true;
 }
@@ -346,32 +346,22 @@ bool DBKey::NextString(std::string& value, std::string& name) {
   return true;
 }
 
-void DBKey::ResetSubKeys() { subkeys_stale_ = true; }
-
-void DBKey::ListSubkeys() {
-  if (!subkeys_stale_) return;
-  subkeys_stale_ = false;
-  subkeys_ = cppdb::result();
-  subkeys_fetched_ = false;
-  if (!session_.is_open()) return;
-  subkeys_fetched_ = Guarded("ListSubkeys", false, [&] {
-    subkeys_ = session_.prepare(sql::kGetSubkeys).bind(path_.c_str()).query();
-    return true;
-  });
-}
+void DBKey::ResetSubKeys() { subkeys_.stale = true; }
 
 KeyPtr DBKey::NextSubKey(bool read_only_subkey) {
-  ListSubkeys();
   std::string subkey_path;
-  if (!subkeys_fetched_ || !subkeys_.next() || !subkeys_.fetch(0, subkey_path)) return KeyPtr();
+  if (!NextRow(subkeys_, "ListSubkeys", sql::kGetSubkeys) || !subkeys_.rows.fetch(0, subkey_path)) {
+    return KeyPtr();
+  }
   KeyPtr key(new DBKey(backend_, std::move(subkey_path), read_only_subkey, false));
   if (!key->IsValid()) return KeyPtr();
   return key;
 }
 
 bool DBKey::NextSubKeyName(std::string& name) {
-  ListSubkeys();
-  if (!subkeys_fetched_ || !subkeys_.next() || !subkeys_.fetch(0, name)) return false;
+  if (!NextRow(subkeys_, "ListSubkeys", sql::kGetSubkeys) || !subkeys_.rows.fetch(0, name)) {
+    return false;
+  }
   size_t slash = name.rfind('\\');
   if (slash != std::string::npos) name.erase(0, slash + 1);
   return true;

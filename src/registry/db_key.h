@@ -73,9 +73,17 @@ class DBKey final : public Key {
   bool LoadValue(const char* name, int& code, std::string& text);
   // StoreValue on this key; a null name throws std::logic_error.
   bool StoreNamedValue(const char* name, int code, const char* text);
-  // Runs get_values / get_subkeys if the cursor is stale.
-  void LoadValues();
-  void ListSubkeys();
+  // The rows of one enumeration, queried at the first step after a reset.
+  struct LazyRows {
+    bool stale = true;
+    // Whether `rows` holds the rows of a query: cppdb's result cannot be
+    // stepped before it does.
+    bool fetched = false;
+    cppdb::result rows;
+  };
+  // Steps `cursor` to its next row, first running `statement` on this key's
+  // path if the cursor is stale; failures are logged under `step`.
+  bool NextRow(LazyRows& cursor, const char* step, const std::string& statement);
   // Steps `values`; false at the end or on a NULL column.
   bool NextValueRow(std::string& name, int& code, std::string& text);
   // A move or copy of a subtree by the server function `statement`.
@@ -89,14 +97,8 @@ class DBKey final : public Key {
   bool read_only_;
   // Cursor state.
   bool check_pending_ = false;
-  bool values_stale_ = true;
-  bool subkeys_stale_ = true;
-  cppdb::result values_;
-  cppdb::result subkeys_;
-  // Whether `values_` / `subkeys_` hold the rows of a query: cppdb's result
-  // cannot be stepped before it does.
-  bool values_fetched_ = false;
-  bool subkeys_fetched_ = false;
+  LazyRows values_;
+  LazyRows subkeys_;
 };
 
 }  // namespace regkey
