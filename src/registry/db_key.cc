@@ -1,7 +1,6 @@
 #include "registry/db_key.h"
 
 #include <cstdlib>
-#include <stdexcept>
 #include <utility>
 
 #include <cppdb/errors.h>
@@ -14,10 +13,6 @@
 namespace regkey {
 
 namespace {
-
-// What the memory backend throws for a null text or value name; both
-// backends end such a call the same way.
-constexpr char kNullStringError[] = "basic_string: construction from null is not valid";
 
 std::string CollapseBackslashes(std::string_view text) {
   std::string out;
@@ -196,7 +191,7 @@ bool DBKey::SetValue(const void* data, size_t size, ValueType type, const char* 
   }
   switch (type) {
     case kTypeStr:
-      if (data == nullptr) throw std::logic_error(kNullStringError);
+      if (data == nullptr) ThrowNullText();
       return StoreNamedValue(name, kWireStr, static_cast<const char*>(data));
     case kTypeI32:
       if (size < 4) return false;
@@ -216,7 +211,7 @@ bool DBKey::SetValue(const void* data, size_t size, ValueType type, const char* 
 }
 
 bool DBKey::StoreNamedValue(const char* name, int code, const char* text) {
-  if (name == nullptr) throw std::logic_error(kNullStringError);
+  if (name == nullptr) ThrowNullText();
   return StoreValue(session_, path_, name, code, text);
 }
 

@@ -1,5 +1,7 @@
 #include "registry/key.h"
 
+#include <stdexcept>
+
 namespace regkey {
 
 // SharedStub itself is defined in backend.cc, after the other module state,
@@ -12,5 +14,9 @@ void KeyDeleter::operator()(Key* key) const {
 KeyPtr StubKeyPtr() { return KeyPtr(&SharedStub); }
 
 KeyPtr KeyStub::Clone() { return KeyPtr(new KeyStub()); }
+
+void ThrowNullText() {
+  throw std::logic_error("basic_string: construction from null is not valid");
+}
 
 }  // namespace regkey

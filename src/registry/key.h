@@ -138,6 +138,11 @@ class KeyStub : public Key {
   std::string GetDefaultString() override { return {}; }
 };
 
+// What a backend throws when SetValue is handed a null text or value name:
+// the error the standard library raises for a string made from null, so that
+// both backends end such a call alike.
+[[noreturn]] void ThrowNullText();
+
 }  // namespace regkey
 
 #endif  // HIVECTL_REGISTRY_KEY_H_

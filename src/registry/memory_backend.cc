@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <cstring>
 #include <iostream>
-#include <stdexcept>
 #include <utility>
 
 #include "registry/conversions.h"
@@ -13,8 +12,6 @@
 namespace regkey {
 
 namespace {
-
-constexpr char kNullStringError[] = "basic_string: construction from null is not valid";
 
 // Walks the non-empty components of `path` from `node`; null on a miss.
 // `last` receives the last component walked, if any.
@@ -161,7 +158,7 @@ bool MemoryKey::SetValue(const void* data, size_t size, ValueType type, const ch
       value = StoredValue(static_cast<int64_t>(DecodeFixed64(data)));
       break;
     case kTypeStr:
-      if (data == nullptr) throw std::logic_error(kNullStringError);
+      if (data == nullptr) ThrowNullText();
       value = StoredValue(std::string(static_cast<const char*>(data)));
       break;
     case kTypeBin: {
@@ -172,7 +169,7 @@ bool MemoryKey::SetValue(const void* data, size_t size, ValueType type, const ch
     default:
       return false;
   }
-  if (name == nullptr) throw std::logic_error(kNullStringError);
+  if (name == nullptr) ThrowNullText();
   node_->StoreValue(name, std::move(value));
   return true;
 }
