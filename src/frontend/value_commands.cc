@@ -3,13 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <functional>
 #include <istream>
 #include <system_error>
 
 #include "frontend/value_parse.h"
 #include "registry/backend.h"
-#include "support/encoders.h"
 #include "support/value_codec.h"
 
 namespace {
@@ -17,14 +15,6 @@ namespace {
 // Room kept behind the content while reading a file, and the chunk size.
 constexpr size_t kReadChunk = 4096;
 constexpr size_t kReadReserve = kReadChunk + 1;
-
-// The value as bytes followed by one NUL that the size does not count.
-std::unique_ptr<char[]> CopyWithNul(std::string_view token) {
-  auto block = std::make_unique<char[]>(token.size() + 1);
-  std::memcpy(block.get(), token.data(), token.size());
-  block[token.size()] = '\0';
-  return block;
-}
 
 // The shared part of copyv and renamev: reads the source value as stored and
 // writes it under the new name, creating the destination key if needed.
@@ -119,70 +109,12 @@ bool SetCommand::ParseArguments(TokenCursor& cursor) {
 }
 
 bool SetCommand::ParseValueData(std::string_view token) {
-  switch (type) {
-    case kSetI32: {
-      uint32_t number = 0;
-      if (!ParseInt32(token, number)) {
-        FailureStream(true) << "can not parse '" << token << "' as a 32-bit integer\n";
-        return false;
-      }
-      size = sizeof number;
-      data = std::make_unique<char[]>(size);
-      std::memcpy(data.get(), &number, sizeof number);
-      return true;
-    }
-    case kSetI64: {
-      uint64_t number = 0;
-      if (!ParseInt64(token, number)) {
-        FailureStream(true) << "can not parse '" << token << "' as a 64-bit integer\n";
-        return false;
-      }
-      size = sizeof number;
-      data = std::make_unique<char[]>(size);
-      std::memcpy(data.get(), &number, sizeof number);
-      return true;
-    }
-    case kSetStr:
-    case kSetBin:
-      size = token.size();
-      data = CopyWithNul(token);
-      return true;
-    case kSetB16: {
-      size_t decoded_size = token.size() / 2;
-      auto decoded = std::make_unique<char[]>(decoded_size + 1);
-      std::function<std::ostream&()> failure = [this]() -> std::ostream& {
-        return FailureStream(true);
-      };
-      if (!Base16Decode(token.data(), token.size(),
-                        reinterpret_cast<unsigned char*>(decoded.get()), failure)) {
-        return false;
-      }
-      size = decoded_size;
-      data = std::move(decoded);
-      return true;
-    }
-    case kSetB64: {
-      size_t error_position = 0;
-      if (!Base64Validate(token.data(), token.size(), error_position)) {
-        FailureStream(true) << "base64 decode failed: invalid character '"
-                            << token[error_position] << "' in position " << error_position
-                            << '\n';
-        return false;
-      }
-      size_t decoded_size = Base64DecodedSize(token.data(), token.size());
-      auto decoded = std::make_unique<char[]>(decoded_size + 1);
-      if (!Base64Decode(token.data(), token.size(), decoded.get(), decoded_size)) {
-        FailureStream(true) << "base64 decode failed\n";
-        return false;
-      }
-      size = decoded_size;
-      data = std::move(decoded);
-      return true;
-    }
-    default:  // fstr, fbin: read in Prepare
-      file_name.assign(token);
-      return true;
+  if (type == kSetFstr || type == kSetFbin) {  // read in Prepare
+    file_name.assign(token);
+    return true;
   }
+  return DecodeValueText(type, token, data, size,
+                         [this]() -> std::ostream& { return FailureStream(true); });
 }
 
 bool SetCommand::Prepare() {

@@ -3,6 +3,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "support/encoders.h"
+#include "support/value_codec.h"
+
 namespace {
 
 struct TypeName {
@@ -47,6 +50,42 @@ uint64_t ConvertBase0(const char* text, const char** end) {
   uint64_t value = std::strtoull(text, &stop, 0);
   *end = stop;
   return value;
+}
+
+// The number as its 4 or 8 stored bytes; the failure names the width.
+template <typename Number>
+bool DecodeNumber(bool (*parse)(std::string_view, Number&), std::string_view text,
+                  std::unique_ptr<char[]>& data, uint64_t& size,
+                  const std::function<std::ostream&()>& failure) {
+  Number number = 0;
+  if (!parse(text, number)) {
+    failure() << "can not parse '" << text << "' as a " << 8 * sizeof number
+              << "-bit integer\n";
+    return false;
+  }
+  data = std::make_unique<char[]>(sizeof number + 1);
+  std::memcpy(data.get(), &number, sizeof number);
+  size = sizeof number;
+  return true;
+}
+
+bool DecodeBase64(std::string_view text, std::unique_ptr<char[]>& data, uint64_t& size,
+                  const std::function<std::ostream&()>& failure) {
+  size_t error_position = 0;
+  if (!Base64Validate(text.data(), text.size(), error_position)) {
+    failure() << "base64 decode failed: invalid character '" << text[error_position]
+              << "' in position " << error_position << '\n';
+    return false;
+  }
+  size_t decoded_size = Base64DecodedSize(text.data(), text.size());
+  auto decoded = std::make_unique<char[]>(decoded_size + 1);
+  if (!Base64Decode(text.data(), text.size(), decoded.get(), decoded_size)) {
+    failure() << "base64 decode failed\n";
+    return false;
+  }
+  data = std::move(decoded);
+  size = decoded_size;
+  return true;
 }
 
 }  // namespace
@@ -118,4 +157,32 @@ bool ParseInt64(std::string_view text, uint64_t& result) {
     result = magnitude;
   }
   return true;
+}
+
+bool DecodeValueText(uint32_t type, std::string_view text, std::unique_ptr<char[]>& data,
+                     uint64_t& size, const std::function<std::ostream&()>& failure) {
+  switch (type) {
+    case kSetI32:
+      return DecodeNumber(ParseInt32, text, data, size, failure);
+    case kSetI64:
+      return DecodeNumber(ParseInt64, text, data, size, failure);
+    case kSetB16: {
+      auto decoded = std::make_unique<char[]>(text.size() / 2 + 1);
+      if (!Base16Decode(text.data(), text.size(),
+                        reinterpret_cast<unsigned char*>(decoded.get()), failure)) {
+        return false;
+      }
+      data = std::move(decoded);
+      size = text.size() / 2;
+      return true;
+    }
+    case kSetB64:
+      return DecodeBase64(text, data, size, failure);
+    default:  // str, bin: the text itself
+      data = std::make_unique<char[]>(text.size() + 1);
+      std::memcpy(data.get(), text.data(), text.size());
+      data[text.size()] = '\0';
+      size = text.size();
+      return true;
+  }
 }

@@ -4,6 +4,9 @@
 #define HIVECTL_FRONTEND_VALUE_PARSE_H_
 
 #include <cstdint>
+#include <functional>
+#include <memory>
+#include <ostream>
 #include <string_view>
 
 #include "registry/key.h"
@@ -32,5 +35,12 @@ bool ParseInteger(std::string_view text, uint64_t& magnitude, bool& negative);
 bool ParseInt32(std::string_view text, uint32_t& result);
 // Range -2^63 .. 2^64-1, result the 64-bit pattern.
 bool ParseInt64(std::string_view text, uint64_t& result);
+
+// The bytes to store for the VALUE text of an i32, i64, str, bin, b16 or b64
+// value, followed by one NUL that `size` does not count. A text that does not
+// parse writes its reason, ended by a line feed, to `failure()` and leaves
+// `data` and `size` alone.
+bool DecodeValueText(uint32_t type, std::string_view text, std::unique_ptr<char[]>& data,
+                     uint64_t& size, const std::function<std::ostream&()>& failure);
 
 #endif  // HIVECTL_FRONTEND_VALUE_PARSE_H_

@@ -6,7 +6,6 @@
 
 #include "frontend/value_parse.h"
 #include "registry/key_paths.h"
-#include "support/encoders.h"
 #include "support/value_codec.h"
 
 namespace {
@@ -253,58 +252,12 @@ bool CsvRowReader::ReadTypeField(std::string_view field) {
 }
 
 bool CsvRowReader::ReadValueField(std::string_view field) {
-  switch (row_.type) {
-    case kSetI32: {
-      uint32_t number = 0;
-      row_.size = sizeof(number);
-      row_.data.reset(new char[sizeof(number)]());
-      if (!ParseInt32(field, number)) {
-        RowMessage() << "can not parse '" << field << "' as a 32-bit integer\n";
-        return RowFailed();
-      }
-      std::memcpy(row_.data.get(), &number, sizeof(number));
-      return true;
-    }
-    case kSetI64: {
-      uint64_t number = 0;
-      row_.size = sizeof(number);
-      row_.data.reset(new char[sizeof(number)]());
-      if (!ParseInt64(field, number)) {
-        RowMessage() << "can not parse '" << field << "' as a 64-bit integer\n";
-        return RowFailed();
-      }
-      std::memcpy(row_.data.get(), &number, sizeof(number));
-      return true;
-    }
-    case kSetStr:
-    case kSetBin:
-      row_.size = field.size();
-      row_.data.reset(new char[field.size() + 1]);
-      std::memcpy(row_.data.get(), field.data(), field.size());
-      row_.data[field.size()] = '\0';
-      return true;
-    case kSetB64:
-      return ReadBase64(field);
-    default:  // b16: the format has no such type; stop without a message
-      return false;
+  if (row_.type == kSetB16) return false;  // the format has no such type; stop without a message
+  if (DecodeValueText(row_.type, field, row_.data, row_.size,
+                      [this]() -> std::ostream& { return RowMessage(); })) {
+    return true;
   }
-}
-
-bool CsvRowReader::ReadBase64(std::string_view field) {
-  size_t error_position = 0;
-  if (!Base64Validate(field.data(), field.size(), error_position)) {
-    RowMessage() << "base64 decode failed: invalid character '" << field[error_position]
-                 << "' in position " << error_position << "\n";
-    if (!RowFailed()) return false;
-  }
-  size_t decoded_size = Base64DecodedSize(field.data(), field.size());
-  row_.size = decoded_size;
-  row_.data.reset(new char[decoded_size + 1]);
-  if (!Base64Decode(field.data(), field.size(), row_.data.get(), decoded_size)) {
-    RowMessage() << "base64 decode failed\n";
-    return RowFailed();
-  }
-  return true;
+  return RowFailed();
 }
 
 bool CsvRowReader::RowFailed() {

@@ -104,7 +104,6 @@ class CsvRowReader final : public CsvHandler {
   bool ReadKeyField(std::string_view field);
   bool ReadTypeField(std::string_view field);
   bool ReadValueField(std::string_view field);
-  bool ReadBase64(std::string_view field);
   // Stops the parse, or marks the row to be skipped under ignore_errors.
   bool RowFailed();
   std::ostream& RowMessage();
