@@ -12,6 +12,7 @@
 
 #include "registry/backend.h"
 #include "registry/key.h"
+#include "support/log_test_util.h"
 
 namespace regkey {
 namespace {
@@ -272,6 +273,27 @@ TEST_P(KeyContractTest, RemoveRenameAndCopy) {
     EXPECT_FALSE(Exists("else")) << rename;
     EXPECT_EQ(SubKeyNames("src"), Names{"inner"});
   }
+}
+
+// Writes through a read-only key fail and are logged at level 1, naming the key as
+// opened: its whole path on a database, its last name in memory.
+TEST_P(KeyContractTest, ReadOnlyRefusalsAreLoggedAtLevelOne) {
+  Set("Dir\\sub", "v", 1);
+  KeyPtr key = Open("dir", true);
+  const std::string dir = "' on read-only key '" + (GetParam() == "memory:" ? "" : top_ + "\\");
+  LogCapture log(1);
+  EXPECT_FALSE(key->SetValue("y", 2, kTypeStr, nullptr));
+  EXPECT_FALSE(key->RemoveValue("v"));
+  EXPECT_FALSE(key->RemoveKey("sub"));
+  EXPECT_FALSE(key->RenameKey("sub", "x"));
+  EXPECT_FALSE(Open("", true)->CopyKey("dir", "x"));
+  LogSetup(0, kLogModuleOther);
+  EXPECT_FALSE(key->RemoveValue("v"));
+  EXPECT_EQ(log.Texts(), (Names{"SetValue '(null)" + dir + "dir'", "RemoveValue 'v" + dir + "dir'",
+                                "RemoveKey 'sub" + dir + "dir'", "RenameKey 'sub'->'x" + dir + "dir'",
+                                "CopyKey 'dir'->'x' on read-only key '" + top_ + "'"}));
+  EXPECT_EQ(log.Text()[25], '1');
+  EXPECT_EQ(SubKeyNames("dir"), Names{"sub"});
 }
 
 INSTANTIATE_TEST_SUITE_P(Backends, KeyContractTest, ::testing::ValuesIn(ContractSpecs()),
