@@ -10,6 +10,7 @@
 #include <string>
 
 #include <cppdb/frontend.h>
+#include <cppdb/utils.h>
 
 namespace regkey {
 namespace testing {

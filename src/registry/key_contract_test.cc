@@ -2,7 +2,6 @@
 // Each test works below a top-level key of its own, so processes may run in parallel.
 #include <algorithm>
 #include <climits>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -11,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "registry/backend.h"
+#include "registry/db_test_util.h"
 #include "registry/key.h"
 #include "support/log_test_util.h"
 
@@ -20,10 +20,8 @@ namespace {
 using Names = std::vector<std::string>;
 
 std::vector<std::string> ContractSpecs() {
-  std::vector<std::string> specs = {"memory:"};
-  const char* pg_spec = std::getenv("HIVECTL_PG_SPEC");
-  if (pg_spec != nullptr && *pg_spec != '\0') specs.emplace_back(pg_spec);
-  return specs;
+  if (testing::PgSpec() == nullptr) return {"memory:"};
+  return {"memory:", testing::PgSpec()};
 }
 
 template <typename T>
@@ -129,13 +127,12 @@ TEST_P(KeyContractTest, SetAndGetEveryTypeAndSize) {
 
 // Reads as another type; a buffer too small gets the size needed, negated.
 TEST_P(KeyContractTest, SharedConversions) {
-  KeyPtr key = Open("k", false, true);
-  const int32_t seven = 7, minus = -1;
-  const int64_t huge = 5000000000LL, tiny = -5000000000LL;
-  ASSERT_TRUE(key->SetValue(&seven, 4, kTypeI32, "seven"));
-  ASSERT_TRUE(key->SetValue(&minus, 4, kTypeI32, "minus"));
-  ASSERT_TRUE(key->SetValue(&huge, 8, kTypeI64, "huge"));
-  ASSERT_TRUE(key->SetValue(&tiny, 8, kTypeI64, "tiny"));
+  Set("k", "seven", 7);
+  Set("k", "minus", -1);
+  KeyPtr key = Open("k");
+  for (const int64_t number : {5000000000LL, -5000000000LL}) {
+    ASSERT_TRUE(key->SetValue(&number, 8, kTypeI64, number > 0 ? "huge" : "tiny"));
+  }
   for (const char* text : {"  YES", "maybe", "12abc"}) {
     ASSERT_TRUE(key->SetValue(text, 6, kTypeStr, text));
   }

@@ -51,17 +51,9 @@ std::vector<std::string> Tokenize(const std::vector<std::string>& chunks) {
   return handler.events;
 }
 
-// One chunk, every cut into two or three chunks, and single bytes.
+// One chunk and single bytes (random inputs cut anywhere: CsvFuzzTest).
 TEST(CsvTokenizerTest, ChunkBoundariesChangeNothing) {
   EXPECT_EQ(Tokenize({kTrickyInput}), kTrickyEvents);
-  for (size_t a = 0; a <= kTrickyInput.size(); ++a) {
-    for (size_t b = a; b <= kTrickyInput.size(); ++b) {
-      ASSERT_EQ(Tokenize({kTrickyInput.substr(0, a), kTrickyInput.substr(a, b - a),
-                          kTrickyInput.substr(b)}),
-                kTrickyEvents)
-          << "cuts at " << a << " and " << b;
-    }
-  }
   std::vector<std::string> bytes;
   for (char c : kTrickyInput) bytes.emplace_back(1, c);
   EXPECT_EQ(Tokenize(bytes), kTrickyEvents);
@@ -96,8 +88,7 @@ TEST(WriteCsvRowTest, UnknownTypeLeavesPartialRow) {
   EXPECT_EQ(out.str(), "k,v");
 }
 
-// Fixed-seed fuzzing, well under a second: random text rich in quotes,
-// commas, line ends and backslashes.
+// Fixed-seed fuzzing: random text rich in quotes, commas, line ends and backslashes.
 std::string RandomText(std::mt19937& random, size_t max_length) {
   static const char kSpecial[] = "\",\r\n\\\0\x01" "a";
   std::string text(random() % (max_length + 1), '\0');
@@ -122,7 +113,6 @@ TEST(CsvFuzzTest, EveryChunkSplitOfRandomInputGivesTheSameEvents) {
 // Random rows written by WriteCsvRow read back by CsvRowReader, fed in two
 // chunks cut at a random place.
 TEST(CsvFuzzTest, RandomRowsReadBackAsWritten) {
-  // KNAME, VNAME, type code, value bytes.
   using Row = std::tuple<std::string, std::string, uint32_t, std::string>;
   std::mt19937 random(7);
   for (int round = 0; round < 5000; ++round) {
@@ -156,8 +146,7 @@ TEST(CsvFuzzTest, RandomRowsReadBackAsWritten) {
     std::vector<ImportRow> rows;
     CsvRowReader reader("", false, [&](bool) -> std::ostream& { return messages; }, rows);
     CsvTokenizer tokenizer(reader);
-    ASSERT_TRUE(tokenizer.Feed(text.data(), cut) &&
-                tokenizer.Feed(text.data() + cut, text.size() - cut))
+    ASSERT_TRUE(tokenizer.Feed(text.data(), cut) && tokenizer.Feed(&text[cut], text.size() - cut))
         << messages.str();
     for (const ImportRow& row : rows) {
       read.emplace_back(row.key, row.value_name, row.type, std::string(row.data.get(), row.size));
