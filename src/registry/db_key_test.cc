@@ -171,7 +171,9 @@ TEST_F(DBKeyTest, NextSubKeyWithoutConnectionYieldsNullAndMovesOn) {
 
 // Init leaves its connection in the pool for the first key; the one-time
 // setting of a new connection is not made again when the pool hands it out.
+// An idle limit given in the specification stands.
 TEST_F(DBKeyTest, PoolReusesInitConnectionWithItsSettings) {
+  EXPECT_EQ(PoolConnectionInfo("postgresql:@pool_max_idle=60;").get("@pool_max_idle"), "60");
   const std::string count =
       "SELECT count(*) FROM pg_stat_activity WHERE datname = '" + db_->name() + "'";
   EXPECT_EQ(testing::QuerySql(testing::PgSpec(), count), "1");
