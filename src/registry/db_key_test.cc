@@ -20,7 +20,7 @@ using Texts = std::vector<std::string>;
 class DBKeyTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    SKIP_WITHOUT_PG_SERVER();
+    if (testing::PgSpec() == nullptr) GTEST_SKIP() << "no HIVECTL_PG_SPEC";
     db_ = std::make_unique<testing::ScratchDatabase>();
     backend_ = std::make_shared<DBBackend>();
     ASSERT_TRUE(backend_->Init(db_->spec()));

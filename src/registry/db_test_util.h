@@ -21,11 +21,6 @@ inline const char* PgSpec() {
   return spec != nullptr && *spec != '\0' ? spec : nullptr;
 }
 
-#define SKIP_WITHOUT_PG_SERVER()                                                       \
-  do {                                                                                 \
-    if (::regkey::testing::PgSpec() == nullptr) GTEST_SKIP() << "no HIVECTL_PG_SPEC"; \
-  } while (0)
-
 inline void RunSql(const std::string& spec, const std::string& statement) {
   cppdb::session(spec).create_statement(statement).exec();
 }
