@@ -10,6 +10,7 @@
 #include <string>
 
 #include <cppdb/frontend.h>
+#include <cppdb/utils.h>
 
 namespace regkey {
 namespace testing {
@@ -19,11 +20,6 @@ inline const char* PgSpec() {
   const char* spec = std::getenv("HIVECTL_PG_SPEC");
   return spec != nullptr && *spec != '\0' ? spec : nullptr;
 }
-
-#define SKIP_WITHOUT_PG_SERVER()                                                       \
-  do {                                                                                 \
-    if (::regkey::testing::PgSpec() == nullptr) GTEST_SKIP() << "no HIVECTL_PG_SPEC"; \
-  } while (0)
 
 inline void RunSql(const std::string& spec, const std::string& statement) {
   cppdb::session(spec).create_statement(statement).exec();

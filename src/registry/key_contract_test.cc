@@ -2,7 +2,6 @@
 // Each test works below a top-level key of its own, so processes may run in parallel.
 #include <algorithm>
 #include <climits>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -11,7 +10,9 @@
 #include <gtest/gtest.h>
 
 #include "registry/backend.h"
+#include "registry/db_test_util.h"
 #include "registry/key.h"
+#include "support/log_test_util.h"
 
 namespace regkey {
 namespace {
@@ -19,10 +20,8 @@ namespace {
 using Names = std::vector<std::string>;
 
 std::vector<std::string> ContractSpecs() {
-  std::vector<std::string> specs = {"memory:"};
-  const char* pg_spec = std::getenv("HIVECTL_PG_SPEC");
-  if (pg_spec != nullptr && *pg_spec != '\0') specs.emplace_back(pg_spec);
-  return specs;
+  if (testing::PgSpec() == nullptr) return {"memory:"};
+  return {"memory:", testing::PgSpec()};
 }
 
 template <typename T>
@@ -128,13 +127,12 @@ TEST_P(KeyContractTest, SetAndGetEveryTypeAndSize) {
 
 // Reads as another type; a buffer too small gets the size needed, negated.
 TEST_P(KeyContractTest, SharedConversions) {
-  KeyPtr key = Open("k", false, true);
-  const int32_t seven = 7, minus = -1;
-  const int64_t huge = 5000000000LL, tiny = -5000000000LL;
-  ASSERT_TRUE(key->SetValue(&seven, 4, kTypeI32, "seven"));
-  ASSERT_TRUE(key->SetValue(&minus, 4, kTypeI32, "minus"));
-  ASSERT_TRUE(key->SetValue(&huge, 8, kTypeI64, "huge"));
-  ASSERT_TRUE(key->SetValue(&tiny, 8, kTypeI64, "tiny"));
+  Set("k", "seven", 7);
+  Set("k", "minus", -1);
+  KeyPtr key = Open("k");
+  for (const int64_t number : {5000000000LL, -5000000000LL}) {
+    ASSERT_TRUE(key->SetValue(&number, 8, kTypeI64, number > 0 ? "huge" : "tiny"));
+  }
   for (const char* text : {"  YES", "maybe", "12abc"}) {
     ASSERT_TRUE(key->SetValue(text, 6, kTypeStr, text));
   }
@@ -272,6 +270,27 @@ TEST_P(KeyContractTest, RemoveRenameAndCopy) {
     EXPECT_FALSE(Exists("else")) << rename;
     EXPECT_EQ(SubKeyNames("src"), Names{"inner"});
   }
+}
+
+// Writes through a read-only key fail and are logged at level 1, naming the key as
+// opened: its whole path on a database, its last name in memory.
+TEST_P(KeyContractTest, ReadOnlyRefusalsAreLoggedAtLevelOne) {
+  Set("Dir\\sub", "v", 1);
+  KeyPtr key = Open("dir", true);
+  const std::string dir = "' on read-only key '" + (GetParam() == "memory:" ? "" : top_ + "\\");
+  LogCapture log(1);
+  EXPECT_FALSE(key->SetValue("y", 2, kTypeStr, nullptr));
+  EXPECT_FALSE(key->RemoveValue("v"));
+  EXPECT_FALSE(key->RemoveKey("sub"));
+  EXPECT_FALSE(key->RenameKey("sub", "x"));
+  EXPECT_FALSE(Open("", true)->CopyKey("dir", "x"));
+  LogSetup(0, kLogModuleOther);
+  EXPECT_FALSE(key->RemoveValue("v"));
+  EXPECT_EQ(log.Texts(), (Names{"SetValue '(null)" + dir + "dir'", "RemoveValue 'v" + dir + "dir'",
+                                "RemoveKey 'sub" + dir + "dir'", "RenameKey 'sub'->'x" + dir + "dir'",
+                                "CopyKey 'dir'->'x' on read-only key '" + top_ + "'"}));
+  EXPECT_EQ(log.Text()[25], '1');
+  EXPECT_EQ(SubKeyNames("dir"), Names{"sub"});
 }
 
 INSTANTIATE_TEST_SUITE_P(Backends, KeyContractTest, ::testing::ValuesIn(ContractSpecs()),

@@ -1,13 +1,19 @@
+// The memory tree, and what only the memory backend over it does; the shared
+// behaviour of keys is in key_contract_test.cc.
 #include "registry/memory_tree.h"
 
 #include <atomic>
 #include <memory>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
+
+#include "registry/memory_backend.h"
+#include "support/log_test_util.h"
 
 namespace regkey {
 namespace {
@@ -104,6 +110,58 @@ TEST(MemoryTreeTest, ConcurrentCloneMergeAndWrites) {
   writer.join();
   target.MergeFrom(*source);
   EXPECT_EQ(Printed(target), Printed(*source));
+}
+
+class MemoryBackendTest : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(backend.Init("memory:")); }
+  KeyPtr Open(std::string_view path, bool read_only = false, bool create = false,
+              std::string_view root = "") {
+    return backend.Create(root, 0, read_only, path, create);
+  }
+  std::string Dumped() {
+    ::testing::internal::CaptureStderr();
+    backend.Dump();
+    return ::testing::internal::GetCapturedStderr();
+  }
+  MemoryBackend backend;
+};
+
+// A null name throws; str data is read up to its NUL, bin data may be null;
+// a failed read keeps the caller's block.
+TEST_F(MemoryBackendTest, NullNameAndFailedRead) {
+  KeyPtr key = Open("k", false, true);
+  int64_t wide = 5;
+  EXPECT_THROW(key->SetValue(&wide, 8, kTypeI64, nullptr), std::logic_error);
+  EXPECT_TRUE(key->SetValue(nullptr, 0, kTypeBin, "nothing"));
+  ASSERT_TRUE(key->SetValue("hello", 0, kTypeStr, ""));
+  ValueBuffer out;
+  EXPECT_EQ(key->GetValue(out, kTypeStr, ""), 6);
+  const char* block = out.get();
+  EXPECT_EQ(key->GetValue(out, kTypeI32, "nothing"), 0);
+  EXPECT_EQ(out.get(), block);
+}
+
+// Empty names and components: remove finds nothing, rename and copy refuse
+// an empty or bad source quietly, and a destination may create them.
+TEST_F(MemoryBackendTest, EmptyComponentsAndDetachedKeys) {
+  Open("a\\b", false, true);
+  KeyPtr top = Open("");
+  KeyPtr held = Open("a\\b");
+  EXPECT_TRUE(top->RemoveKey(""));
+  EXPECT_TRUE(top->RemoveKey("a\\\\b"));
+  LogCapture log;
+  EXPECT_FALSE(top->RenameKey("", "x"));
+  EXPECT_FALSE(top->CopyKey("a\\\\b", "x"));
+  EXPECT_FALSE(top->CopyKey("\\a", "x"));
+  EXPECT_TRUE(log.Texts().empty());
+  EXPECT_TRUE(top->CopyKey("a", "c\\\\d"));
+  EXPECT_TRUE(top->RenameKey("c\\\\d", "e\\"));
+  EXPECT_EQ(Dumped(), "a\\\n  b\\\nc\\\n  \\\ne\\\n  \\\n    b\\\n");
+  EXPECT_TRUE(top->RemoveKey("a"));
+  EXPECT_TRUE(held->SetValue("x", 2, kTypeStr, "v"));  // a detached key lives on
+  EXPECT_TRUE(held->CheckValueExists("v"));
+  EXPECT_FALSE(Open("a\\b")->IsValid());
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <string>
 #include <thread>
 
 namespace {

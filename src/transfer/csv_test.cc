@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
 #include <random>
 #include <sstream>
 #include <string>
@@ -17,14 +16,13 @@ class RecordingHandler : public CsvHandler {
  public:
   bool OnField(const char* data, size_t length) override {
     events.emplace_back(data, length);
-    return events.size() != stop_after;
+    return true;
   }
   bool OnRowEnd() override {
     events.emplace_back("|");
-    return events.size() != stop_after;
+    return true;
   }
   std::vector<std::string> events;
-  size_t stop_after = 0;  // 0: never stop
 };
 
 // Every kind of field and line end, including a last record with no line end.
@@ -51,33 +49,14 @@ std::vector<std::string> Tokenize(const std::vector<std::string>& chunks) {
   return handler.events;
 }
 
-// One chunk, every cut into two or three chunks, and single bytes.
-TEST(CsvTokenizerTest, ChunkBoundariesChangeNothing) {
+// One chunk and single bytes give the same events (written rows cut at random:
+// CsvFuzzTest); a quoted field still open at the end is dropped.
+TEST(CsvTokenizerTest, WholeAndSplitInput) {
   EXPECT_EQ(Tokenize({kTrickyInput}), kTrickyEvents);
-  for (size_t a = 0; a <= kTrickyInput.size(); ++a) {
-    for (size_t b = a; b <= kTrickyInput.size(); ++b) {
-      ASSERT_EQ(Tokenize({kTrickyInput.substr(0, a), kTrickyInput.substr(a, b - a),
-                          kTrickyInput.substr(b)}),
-                kTrickyEvents)
-          << "cuts at " << a << " and " << b;
-    }
-  }
   std::vector<std::string> bytes;
   for (char c : kTrickyInput) bytes.emplace_back(1, c);
   EXPECT_EQ(Tokenize(bytes), kTrickyEvents);
-}
-
-// A quoted field still open at the end is dropped; a handler's false stops
-// the parse at once, at a field or at a row end.
-TEST(CsvTokenizerTest, OpenQuoteAtEndAndHandlerStop) {
   EXPECT_EQ(Tokenize({"a,\"open\nfield"}), (std::vector<std::string>{"a"}));
-  RecordingHandler handler;
-  handler.stop_after = 2;
-  EXPECT_FALSE(CsvTokenizer(handler).Feed("a,b,c\n", 6));
-  EXPECT_EQ(handler.events, (std::vector<std::string>{"a", "b"}));
-  handler.events.clear();
-  EXPECT_FALSE(CsvTokenizer(handler).Feed("\nx\n", 3));
-  EXPECT_EQ(handler.events, (std::vector<std::string>{"", "|"}));
 }
 
 // The bytes that make export write a bin value as b64.
@@ -96,8 +75,7 @@ TEST(WriteCsvRowTest, UnknownTypeLeavesPartialRow) {
   EXPECT_EQ(out.str(), "k,v");
 }
 
-// Fixed-seed fuzzing, well under a second: random text rich in quotes,
-// commas, line ends and backslashes.
+// Fixed-seed fuzzing: random text rich in quotes, commas, line ends and backslashes.
 std::string RandomText(std::mt19937& random, size_t max_length) {
   static const char kSpecial[] = "\",\r\n\\\0\x01" "a";
   std::string text(random() % (max_length + 1), '\0');
@@ -107,22 +85,9 @@ std::string RandomText(std::mt19937& random, size_t max_length) {
   return text;
 }
 
-TEST(CsvFuzzTest, EveryChunkSplitOfRandomInputGivesTheSameEvents) {
-  std::mt19937 random(20261123);
-  for (int round = 0; round < 5000; ++round) {
-    const std::string input = RandomText(random, 40);
-    const std::vector<std::string> whole = Tokenize({input});
-    for (size_t cut = 0; cut <= input.size(); ++cut) {
-      ASSERT_EQ(Tokenize({input.substr(0, cut), input.substr(cut)}), whole)
-          << "round " << round << ", cut at " << cut;
-    }
-  }
-}
-
 // Random rows written by WriteCsvRow read back by CsvRowReader, fed in two
 // chunks cut at a random place.
 TEST(CsvFuzzTest, RandomRowsReadBackAsWritten) {
-  // KNAME, VNAME, type code, value bytes.
   using Row = std::tuple<std::string, std::string, uint32_t, std::string>;
   std::mt19937 random(7);
   for (int round = 0; round < 5000; ++round) {
@@ -156,8 +121,7 @@ TEST(CsvFuzzTest, RandomRowsReadBackAsWritten) {
     std::vector<ImportRow> rows;
     CsvRowReader reader("", false, [&](bool) -> std::ostream& { return messages; }, rows);
     CsvTokenizer tokenizer(reader);
-    ASSERT_TRUE(tokenizer.Feed(text.data(), cut) &&
-                tokenizer.Feed(text.data() + cut, text.size() - cut))
+    ASSERT_TRUE(tokenizer.Feed(text.data(), cut) && tokenizer.Feed(&text[cut], text.size() - cut))
         << messages.str();
     for (const ImportRow& row : rows) {
       read.emplace_back(row.key, row.value_name, row.type, std::string(row.data.get(), row.size));

@@ -10,8 +10,8 @@
 #include <string>
 #include <thread>
 
+#include "frontend/environment.h"
 #include "registry/backend.h"
-#include "frontend/test_environment.h"
 
 namespace {
 
@@ -66,14 +66,15 @@ TEST(ImportCommandTest, ConcurrentWorkersOpenOneKeyPerRun) {
   for (int v = 0; v < kValuesPerKey; ++v) {
     for (int k = 0; k < kKeys; ++k) csv << "k" << k << ",v" << v << ",str,x\n";
   }
-  TestEnvironment env;
-  env.files["in.csv"] = csv.str();
+  std::istringstream input(csv.str());
+  SystemEnvironment env;
+  env.input = &input;
   env.max_db_connections = 8;
   auto recording = std::make_shared<RecordingBackend>();
   recording->expected_threads = 8;
   const std::shared_ptr<regkey::Backend> saved = regkey::registry_backend;
   regkey::registry_backend = recording;
-  std::string_view tokens[] = {"K", "in.csv"};
+  std::string_view tokens[] = {"K", "-"};
   TokenCursor cursor{tokens, 2};
   ImportCommand command("import", &env);
   ASSERT_TRUE(command.ParseArguments(cursor) && command.Prepare());
