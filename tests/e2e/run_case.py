@@ -12,7 +12,7 @@ import sys
 import tempfile
 
 HEADER = re.compile(
-    r'^(backends|labels|settings|argv0|args|argv|shell|status|(?:expect-)?file(?:-escaped)?|'
+    r'^(backends|labels|settings|argv0|args|argv|shell|status|file(?:-escaped)?|'
     r'(?:stdin|stdout|stderr)(?:-escaped|-re)?)(?:\[(\w+)\])?(?: ([^:]+))?:(?: (.*))?$')
 ONE_LINE = {'backends', 'labels', 'settings', 'argv0', 'args', 'shell', 'status'}
 LOG_HEADER = re.compile(
@@ -105,11 +105,6 @@ def run_tool(run, argv0, binary, workdir, variables):
         regex = section is not None and section.key.endswith('-re')
         expected = section.text() if regex else decode(section.data()) if section else ''
         ok &= compare(stream, encode(substitute(expected, variables)), actual, regex)
-    for s in run:
-        if s.key.startswith('expect-file'):
-            path = os.path.join(workdir, s.name)
-            written = open(path, 'rb').read() if os.path.exists(path) else None
-            ok &= compare('file ' + s.name, s.data(), written)
     if not ok:
         print('command line: %r' % argv)
     return ok
