@@ -6,7 +6,6 @@ import codecs
 import os
 import re
 import shlex
-import shutil
 import subprocess
 import sys
 import tempfile
@@ -89,13 +88,17 @@ def run_shell(command, workdir):
     return done.returncode == 0
 
 
-def run_tool(run, argv0, binary, workdir, variables):
+def run_one(run, globals_, workdir, variables):
     head = run[0]
+    if head.key == 'shell':
+        return run_shell(substitute(head.inline, variables), workdir)
+    argv0 = find(globals_ + run, 'argv0')
     words = shlex.split(head.inline or '') if head.key == 'args' else [
         decode(unescape(line)) for line in head.lines if line]
-    argv = [argv0] + [substitute(word, variables) for word in words]
+    argv = [decode(unescape(argv0.inline or '')) if argv0 else 'qv_hivectl']
+    argv += [substitute(word, variables) for word in words]
     stdin = find(run, 'stdin', 'stdin-escaped')
-    done = subprocess.run(argv, executable=binary, cwd=workdir, capture_output=True,
+    done = subprocess.run(argv, executable=variables['BINARY'], cwd=workdir, capture_output=True,
                           input=stdin.data() if stdin else b'', timeout=60)
     status = find(run, 'status')
     ok = compare('exit status', int(status.inline) if status else 0, done.returncode)
@@ -122,30 +125,19 @@ def backend_variables(backend):
 
 def main():
     binary, backend, setting, case = sys.argv[1:]
-    binary = os.path.abspath(binary)
     runs = parse(case, backend)
-    workdir = tempfile.mkdtemp(prefix='hivectl-e2e-')
-    variables = dict(backend_variables(backend), BINARY=binary, SETTING=setting, TMP=workdir)
-    try:
+    with tempfile.TemporaryDirectory(prefix='hivectl-e2e-') as workdir:
+        variables = dict(backend_variables(backend), BINARY=os.path.abspath(binary),
+                         SETTING=setting, TMP=workdir)
         for number, run in enumerate(runs):
             for s in run:
                 if s.key.startswith('file'):
                     with open(os.path.join(workdir, s.name), 'wb') as f:
                         f.write(s.data())
-            if number == 0:
-                continue
-            if run[0].key == 'shell':
-                ok = run_shell(substitute(run[0].inline, variables), workdir)
-            else:
-                argv0 = find(runs[0] + run, 'argv0')
-                argv0 = decode(unescape(argv0.inline or '')) if argv0 else 'qv_hivectl'
-                ok = run_tool(run, argv0, binary, workdir, variables)
-            if not ok:
+            if number > 0 and not run_one(run, runs[0], workdir, variables):
                 print('run %d of %s failed' % (number, case))
                 return 1
-        return 0
-    finally:
-        shutil.rmtree(workdir, ignore_errors=True)
+    return 0
 
 
 if __name__ == '__main__':
