@@ -3,7 +3,7 @@
 #   completion_test.sh COMPLETION_FILE
 set -u
 . "$1"
-cd "$(mktemp -d)" && touch backup.csv notes.txt
+dir=$(mktemp -d) && trap 'rm -rf "$dir"' EXIT && cd "$dir" && touch backup.csv notes.txt
 failures=0
 expect() {  # expect "WORDS..." "COMPLETIONS"
   COMP_WORDS=($1) COMP_CWORD=$(($(wc -w <<<"$1") - 1))
