@@ -127,8 +127,8 @@ def main():
     binary, backend, setting, case = sys.argv[1:]
     runs = parse(case, backend)
     with tempfile.TemporaryDirectory(prefix='hivectl-e2e-') as workdir:
-        variables = dict(backend_variables(backend), BINARY=os.path.abspath(binary),
-                         SETTING=setting, TMP=workdir)
+        variables = backend_variables(backend)
+        variables.update(BINARY=os.path.abspath(binary), SETTING=setting)
         for number, run in enumerate(runs):
             for s in run:
                 if s.key.startswith('file'):

@@ -23,6 +23,6 @@ expect "qv_hivectl get K V show K copyv A B C D ex" "exists export"
 expect "qv_hivectl remove K import K n" "notes.txt"
 expect "qv_hivectl --Backend m" "memory:"
 expect "qv_hivectl -- set K V str --V" ""
-[ "$(complete -p qv_hivectl qv_hivectl_fa qv_hivectl_cn qv_hivectl_nc | grep -c -- '-F _qv_hivectl ')" = 4 ] ||
-  { echo "not every program name is registered"; failures=$((failures + 1)); }
+registered=$(complete -p qv_hivectl qv_hivectl_fa qv_hivectl_cn qv_hivectl_nc | grep -c -- '-F _qv_hivectl ')
+[ "$registered" = 4 ] || { echo "not every program name is registered"; failures=$((failures + 1)); }
 [ "$failures" -eq 0 ]
