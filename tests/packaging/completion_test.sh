@@ -3,7 +3,7 @@
 #   completion_test.sh COMPLETION_FILE
 set -u
 . "$1"
-cd "$(mktemp -d)" && touch backup.csv notes.txt
+dir=$(mktemp -d) && trap 'rm -rf "$dir"' EXIT && cd "$dir" && touch backup.csv notes.txt
 failures=0
 expect() {  # expect "WORDS..." "COMPLETIONS"
   COMP_WORDS=($1) COMP_CWORD=$(($(wc -w <<<"$1") - 1))
@@ -23,7 +23,6 @@ expect "qv_hivectl get K V show K copyv A B C D ex" "exists export"
 expect "qv_hivectl remove K import K n" "notes.txt"
 expect "qv_hivectl --Backend m" "memory:"
 expect "qv_hivectl -- set K V str --V" ""
-for name in qv_hivectl qv_hivectl_fa qv_hivectl_cn qv_hivectl_nc; do
-  complete -p "$name" | grep -q -- '-F _qv_hivectl' || { echo "$name not registered"; failures=$((failures + 1)); }
-done
+registered=$(complete -p qv_hivectl qv_hivectl_fa qv_hivectl_cn qv_hivectl_nc | grep -c -- '-F _qv_hivectl ')
+[ "$registered" = 4 ] || { echo "not every program name is registered"; failures=$((failures + 1)); }
 [ "$failures" -eq 0 ]

@@ -3,44 +3,40 @@
 # verify catches a missing function, grant makes readers and writers.
 #   schema_test.sh BINARY SOURCE_DIR
 set -euo pipefail
-tool=$1 src=$2
-schema=$src/packaging/qv-hivectl-schema
+tool=$1 src=$2 db=registry_schema_test
+schema() { "$src/packaging/qv-hivectl-schema" -d "$conninfo" "$@"; }
+admin() { eval "$HIVECTL_PG_ADMIN" '"$@"' >/dev/null; }
+fail() { echo "FAILED: $*" >&2; exit 1; }
 export PGOPTIONS='-c client_min_messages=warning'
-first_schema_commit=b4fff07  # the last commit whose schema had no version
-db=registry_schema_test
-admin() { eval "$HIVECTL_PG_ADMIN" '"$@"'; }
 admin -c "DROP DATABASE IF EXISTS $db" -c "CREATE DATABASE $db"
-conninfo=${HIVECTL_PG_SPEC#postgresql:}
-conninfo=${conninfo//;/ }
-conninfo=${conninfo/dbname=registry_test/dbname=$db}
 spec=${HIVECTL_PG_SPEC/dbname=registry_test/dbname=$db}
+conninfo=${spec#postgresql:} conninfo=${conninfo//;/ }
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-fail() { echo "FAILED: $*" >&2; exit 1; }
 
-git -C "$src" show "$first_schema_commit:sql/registry.sql" >"$work/v1.sql"
-psql -X -q -v ON_ERROR_STOP=1 -d "$conninfo" -f "$work/v1.sql"
+# b4fff07 is the last commit whose schema had no version.
+git -C "$src" show "b4fff07:sql/registry.sql" | psql -X -q -v ON_ERROR_STOP=1 -d "$conninfo"
 printf '%s\n' KNAME,VNAME,TYPE,VALUE 'Rooms\101,Name,str,"Board, room"' \
   ',Level,i32,4294967295' ',Serial,i64,12345678901' 'Rooms,Cert,b64,AAEC/w==' >"$work/in.csv"
 "$tool" --Backend "$spec" import Conf "$work/in.csv" set 'Conf\Rooms\102' Seats i32 12 \
   export Conf "$work/before.csv"
 [ "$(wc -l <"$work/before.csv")" -eq 6 ] || fail "data not in the old schema"
 
-[ "$("$schema" -d "$conninfo" install)" = "registry schema version 3 installed (was version 1)" ] \
+[ "$(schema install)" = "registry schema version 3 installed (was version 1)" ] \
   || fail "upgrade from version 1"
 "$tool" --Backend "$spec" export Conf "$work/after.csv"
 cmp "$work/before.csv" "$work/after.csv" || fail "data changed by the upgrade"
-"$schema" -d "$conninfo" install >/dev/null
-[ "$("$schema" -d "$conninfo" version)" = 3 ] || fail "version after a second install"
-"$schema" -d "$conninfo" verify >/dev/null || fail "verify of an upgraded schema"
+schema install >/dev/null
+[ "$(schema version)" = 3 ] || fail "version after a second install"
+schema verify >/dev/null || fail "verify of an upgraded schema"
 psql -X -q -d "$conninfo" -c "CREATE OR REPLACE FUNCTION registry.schema_version() RETURNS integer
   LANGUAGE sql AS 'SELECT 99'"
-"$schema" -d "$conninfo" install 2>/dev/null && fail "a newer schema was downgraded"
+schema install 2>/dev/null && fail "a newer schema was downgraded"
 
-admin -c "DROP ROLE IF EXISTS schema_test_reader" -c "CREATE ROLE schema_test_reader LOGIN" \
-  -c "DROP ROLE IF EXISTS schema_test_writer" -c "CREATE ROLE schema_test_writer LOGIN" >/dev/null
-"$schema" -d "$conninfo" grant schema_test_reader reader >/dev/null
-"$schema" -d "$conninfo" grant schema_test_writer writer >/dev/null
+for role in reader writer; do
+  admin -c "DROP ROLE IF EXISTS schema_test_$role" -c "CREATE ROLE schema_test_$role LOGIN"
+  schema grant schema_test_$role $role >/dev/null
+done
 reader=${spec/user=postgres/user=schema_test_reader}
 writer=${spec/user=postgres/user=schema_test_writer}
 [ "$("$tool" --Backend "$reader" get 'Conf\Rooms\101' Name exists Conf Level)" = "Board, room
@@ -50,6 +46,6 @@ true" ] || fail "reader can't read"
   removev 'Older\Key' v || fail "writer can't write"
 
 psql -X -q -d "$conninfo" -c "DROP FUNCTION registry.copy_values(text, text)"
-"$schema" -d "$conninfo" verify 2>"$work/verify.err" && fail "verify passed without copy_values"
+schema verify 2>"$work/verify.err" && fail "verify passed without copy_values"
 grep -q 'copy_values(text,text) is missing' "$work/verify.err" || fail "verify did not name copy_values"
-admin -c "DROP DATABASE $db" -c "DROP ROLE schema_test_reader" -c "DROP ROLE schema_test_writer" >/dev/null
+admin -c "DROP DATABASE $db" -c "DROP ROLE schema_test_reader" -c "DROP ROLE schema_test_writer"

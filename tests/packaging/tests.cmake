@@ -1,5 +1,4 @@
-# Checks of what ships around the binary: manual page, bash completion, and
-# (with HIVECTL_PG_TESTS) the schema script against the throwaway server.
+# Manual page, bash completion and (on the test server) the schema script.
 set(HIVECTL_PKG_TESTS ${CMAKE_SOURCE_DIR}/tests/packaging)
 add_test(NAME packaging.man_page COMMAND ${HIVECTL_PKG_TESTS}/man_page_test.sh
   $<TARGET_FILE:qv_hivectl> ${CMAKE_SOURCE_DIR}/packaging/qv_hivectl.8)
