@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -46,8 +47,7 @@ std::string LocalTimeNow() {
 // A fresh thread has no cached date, so the zone set here is the one used.
 TEST(LogTest, HeaderLayoutThreaded) {
   LogCapture log;
-  const char* old_zone = getenv("TZ");
-  const std::string saved_zone = old_zone != nullptr ? old_zone : "";
+  const std::string saved_zone = getenv("TZ") != nullptr ? getenv("TZ") : "UTC";
   setenv("TZ", "XST-5:30", 1);
   tzset();
   std::string before, after;
@@ -60,7 +60,7 @@ TEST(LogTest, HeaderLayoutThreaded) {
       after = LocalTimeNow();
     }
   }).join();
-  if (old_zone != nullptr) setenv("TZ", saved_zone.c_str(), 1); else unsetenv("TZ");
+  setenv("TZ", saved_zone.c_str(), 1);
   tzset();
   ASSERT_EQ(before, after);
   EXPECT_EQ(log.Text().substr(log.Text().size() - 49),
@@ -79,7 +79,6 @@ TEST(LogTest, LevelModuleColumnsAndFilter) {
             " |0| " + ThreadColumn(CurrentThreadId()) + "| UNKNOWN| unknown\n");
   EXPECT_STREQ(LogModuleLabel(0), "   NONE");
   EXPECT_STREQ(LogModuleLabel(0x80000000), " QV_PHP");
-
   LogSetup(0, 0);
   LogSetFile(nullptr);
   ::testing::internal::CaptureStdout();
@@ -90,9 +89,16 @@ TEST(LogTest, LevelModuleColumnsAndFilter) {
             " |0| " + ThreadColumn(CurrentThreadId()) + "|   OTHER| to stdout\n");
 }
 
-// Line feeds are added only where missing; empty lines are dropped; Rewind
-// keeps the header; text is cut at the limit, Format included.
-TEST(LogTest, LineEndsRewindAndLimit) {
+// Groups thousands with a comma, to show a locale left behind by a line.
+struct CommaGrouping : std::numpunct<char> {
+  char do_thousands_sep() const override { return ','; }
+  std::string do_grouping() const override { return "\3"; }
+};
+
+// Line feeds added only where missing, empty lines dropped, Rewind keeping the header, text
+// cut at the limit (Format included); no stream state of a line or of a pooled object another
+// thread takes leaks into the next line; lines the filter leaves out are inert.
+TEST(LogTest, LineTextsThreaded) {
   LogCapture log;
   { LogLine(1, kLogModuleOther) << "abc"; }
   { LogLine(1, kLogModuleOther) << "abc\n"; }
@@ -111,21 +117,6 @@ TEST(LogTest, LineEndsRewindAndLimit) {
     EXPECT_TRUE(line.Format("%s", std::string(70000, 'c').c_str()));
     EXPECT_TRUE(line.Format("%s", "after"));
   }
-  EXPECT_EQ(log.Texts(), (Texts{"abc", "abc", "second",
-                                std::string(kMaxText - 1, 'b') + "c", "ab5-x00ff",
-                                "start " + std::string(kMaxText - 6, 'c')}));
-}
-
-// Groups thousands with a comma, to show a locale left behind by a line.
-struct CommaGrouping : std::numpunct<char> {
-  char do_thousands_sep() const override { return ','; }
-  std::string do_grouping() const override { return "\3"; }
-};
-
-// Neither the stream state of a line nor that of a pooled object taken by
-// another thread leaks into the next line.
-TEST(LogTest, FormatStateDoesNotLeakThreaded) {
-  LogCapture log;
   {
     LogLine line(1, kLogModuleOther);
     line.stream().imbue(std::locale(std::locale::classic(), new CommaGrouping));
@@ -136,12 +127,6 @@ TEST(LogTest, FormatStateDoesNotLeakThreaded) {
   }
   { LogLine(1, kLogModuleOther).stream() << 1234567 << ' ' << 3.14159 << std::setw(4) << 7; }
   std::thread([] { LogLine(1, kLogModuleOther).stream() << std::setw(4) << 255; }).join();
-  EXPECT_EQ(log.Texts(), (Texts{"ff", "0X12D,687 3.1", "1234567 3.14159   7", " 255"}));
-}
-
-// The level and module filter makes lines inert.
-TEST(LogTest, NullTextErrorCodesAndInertLines) {
-  LogCapture log;
   const boost::system::error_code code(13, boost::system::system_category());
   { LogLine(1, kLogModuleOther) << "a " << static_cast<const char*>(nullptr) << " b " << code; }
   LogLine too_detailed(5, kLogModuleOther);
@@ -151,7 +136,10 @@ TEST(LogTest, NullTextErrorCodesAndInertLines) {
   EXPECT_TRUE(LogLine(1, 0x2).inert());
   EXPECT_FALSE(LogLine(0, 0).inert());
   EXPECT_TRUE(LogEnabled(4, kLogModuleOther | 0x2));
-  EXPECT_EQ(log.Texts(), Texts{"a (null) b (EACCES) " + code.message()});
+  EXPECT_EQ(log.Texts(), (Texts{"abc", "abc", "second", std::string(kMaxText - 1, 'b') + "c",
+                                "ab5-x00ff", "start " + std::string(kMaxText - 6, 'c'), "ff",
+                                "0X12D,687 3.1", "1234567 3.14159   7", " 255",
+                                "a (null) b (EACCES) " + code.message()}));
 }
 
 // The name table against libc's own names of the same numbers; the
@@ -204,42 +192,42 @@ TEST(LogTest, ConcurrentLinesStayWhole) {
     });
   }
   for (auto& thread : threads) thread.join();
-  std::vector<int> next_line(kThreads, 0);
-  const Texts texts = log.Texts();
-  ASSERT_EQ(texts.size(), static_cast<size_t>(2 * kThreads * kLines));
-  for (const std::string& text : texts) {
-    if (text == "inner") continue;
-    const int t = text[1] - '0';
-    ASSERT_TRUE(t >= 0 && t < kThreads) << text;
-    EXPECT_EQ(text, "t" + std::to_string(t) + " n" + std::to_string(next_line[t]++) + " " +
-                        filler(t));
+  Texts texts = log.Texts(), expected;
+  std::stable_sort(texts.begin(), texts.end(), [](const auto& a, const auto& b) {
+    return a.at(1) < b.at(1);  // by thread, "inner" last
+  });
+  for (int t = 0; t < kThreads; ++t) {
+    for (int n = 0; n < kLines; ++n) {
+      expected.push_back("t" + std::to_string(t) + " n" + std::to_string(n) + " " + filler(t));
+    }
   }
-  for (int t = 0; t < kThreads; ++t) EXPECT_EQ(next_line[t], kLines);
+  expected.resize(2 * kThreads * kLines, "inner");
+  EXPECT_EQ(texts, expected);
 }
 
-// A line logged by an exit handler that runs after the log's own teardown:
-// registered before any static object exists, so it runs after their
-// destructors, the pool's teardown included.
+// A line logged by an exit handler registered before any static object exists, so it
+// runs after their destructors, the log pool's teardown included.
 std::atomic<bool> log_at_exit{false};
 void LogLateLine() {
   if (log_at_exit) LogLine(0, kLogModuleOther) << "late line";
 }
 __attribute__((constructor(101))) void RegisterLateLine() { atexit(LogLateLine); }
 
+void LogInnerOuterAndExit() {
+  LogSetFile(stderr);
+  LogSetup(1, kLogModuleOther);
+  {
+    LogLine outer(1, kLogModuleOther);  // leaves one object cached, one pooled
+    { LogLine(1, kLogModuleOther) << "inner"; }
+    outer << "outer";
+  }
+  log_at_exit = true;
+  exit(0);
+}
+
 TEST(LogDeathTest, LineAfterTeardownAtExit) {
-  EXPECT_EXIT(
-      {
-        LogSetFile(stderr);
-        LogSetup(1, kLogModuleOther);
-        {
-          LogLine outer(1, kLogModuleOther);  // leaves one object cached, one pooled
-          { LogLine(1, kLogModuleOther) << "inner"; }
-          outer << "outer";
-        }
-        log_at_exit = true;
-        exit(0);
-      },
-      ::testing::ExitedWithCode(0), "inner\n.*outer\n.*late line\n$");
+  EXPECT_EXIT(LogInnerOuterAndExit(), ::testing::ExitedWithCode(0),
+              "inner\n.*outer\n.*late line\n$");
 }
 
 // The stream buffer itself: seeking stays inside the area, output only.
