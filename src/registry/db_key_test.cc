@@ -3,13 +3,17 @@
 #include "registry/db_key.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
+#include <cppdb/frontend.h>
+#include <cppdb/utils.h>
+
 #include "registry/db_backend.h"
-#include "registry/db_test_util.h"
 #include "support/log_test_util.h"
 
 namespace regkey {
@@ -17,14 +21,39 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
+void RunSql(const std::string& spec, const std::string& statement) {
+  cppdb::session(spec).create_statement(statement).exec();
+}
+
+// The first column of the first row of a query, "NULL" for a null, "" for no row.
+std::string QuerySql(const std::string& spec, const std::string& statement) {
+  cppdb::session session(spec);
+  cppdb::result row = session.create_statement(statement).query();
+  std::string text;
+  return !row.next() ? "" : row.fetch(0, text) ? text : "NULL";
+}
+
+// Each test has a database of its own, cloned from HIVECTL_PG_TEMPLATE, dropped at the end.
 class DBKeyTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (testing::PgSpec() == nullptr) GTEST_SKIP() << "no HIVECTL_PG_SPEC";
-    db_ = std::make_unique<testing::ScratchDatabase>();
+    if (server_ == nullptr || *server_ == '\0') GTEST_SKIP() << "no HIVECTL_PG_SPEC";
+    static int counter = 0;
+    name_ = "hivectl_scratch_" + std::to_string(getpid()) + "_" + std::to_string(counter++);
+    const char* source = std::getenv("HIVECTL_PG_TEMPLATE");
+    RunSql(server_, "CREATE DATABASE " + name_ + " TEMPLATE " +
+                        (source != nullptr ? source : "registry_template"));
+    cppdb::connection_info info(server_);
+    info.properties["dbname"] = name_;
+    spec_ = info.driver + ":";
+    for (const auto& [key, value] : info.properties) spec_ += key + "=" + value + ";";
     backend_ = std::make_shared<DBBackend>();
-    ASSERT_TRUE(backend_->Init(db_->spec()));
+    ASSERT_TRUE(backend_->Init(spec_));
   }
+  void TearDown() override {
+    if (!name_.empty()) RunSql(server_, "DROP DATABASE IF EXISTS " + name_ + " WITH (FORCE)");
+  }
+  void Run(const std::string& statement) { RunSql(spec_, statement); }
   KeyPtr Writable(std::string_view path) { return backend_->Create("", 0, false, path, true); }
   KeyPtr ReadOnly(std::string_view path) { return backend_->Create("", 0, true, path, false); }
   void Store(std::string_view path, const char* name = "v") {
@@ -32,19 +61,20 @@ class DBKeyTest : public ::testing::Test {
   }
   // The stored row of a value as "code:text", "" if there is none.
   std::string Row(const std::string& key, const std::string& name) {
-    return db_->Query("SELECT type || ':' || value FROM registry.get_value('" + key + "', '" +
+    return QuerySql(spec_, "SELECT type || ':' || value FROM registry.get_value('" + key + "', '" +
                       name + "')");
   }
   std::string Paths() {
-    return db_->Query("SELECT string_agg(path, ',' ORDER BY folded) FROM registry.keys "
+    return QuerySql(spec_, "SELECT string_agg(path, ',' ORDER BY folded) FROM registry.keys "
                       "WHERE folded <> ''");
   }
   void Replace(const std::string& function, const std::string& returns, const std::string& body) {
-    db_->Run("CREATE OR REPLACE FUNCTION registry." + function + " RETURNS " + returns +
+    Run("CREATE OR REPLACE FUNCTION registry." + function + " RETURNS " + returns +
              " LANGUAGE sql AS $$ " + body + " $$");
   }
 
-  std::unique_ptr<testing::ScratchDatabase> db_;
+  const char* server_ = std::getenv("HIVECTL_PG_SPEC");
+  std::string name_, spec_;
   std::shared_ptr<DBBackend> backend_;
 };
 
@@ -62,20 +92,6 @@ TEST_F(DBKeyTest, ValuesTravelAsTextWithWireCodes) {
   EXPECT_EQ(Row(path, "a") + Row(path, "b") + Row(path, "d") + Row(path, "e") + Row(path, "f"),
             "3:-14:-92233720368547758081:cut2:AQL/AA==2:");
   EXPECT_EQ(Paths(), "r,r\\s,r\\s\\a,r\\s\\a\\k");
-}
-
-TEST_F(DBKeyTest, UnknownWireCodes) {
-  Store("k");
-  db_->Run("UPDATE registry.vals SET type = 7");
-  KeyPtr key = Writable("k");
-  ValueBuffer buffer;
-  ValueType type = kTypeBin;
-  EXPECT_EQ(key->GetValue(buffer, &type, "v"), 0);
-  EXPECT_EQ(type, kTypeBin);
-  std::string value, name;
-  EXPECT_FALSE(key->NextString(value, name));
-  db_->Run("UPDATE registry.vals SET type = -1");
-  EXPECT_THROW(Writable("k")->NextValue(buffer, &type, name), cppdb::cppdb_error);
 }
 
 // A read-only key tests its existence only in IsValid (refusals: key_contract_test.cc).
@@ -124,26 +140,33 @@ TEST_F(DBKeyTest, EnumeratesLazilyAndRestartsOnReset) {
   EXPECT_TRUE(backend_->Create("", 0, false, "\\bad", true)->Clone()->IsValid());
 }
 
-// Server functions answering NULL or odd rows: reads find nothing, tests and counts fail.
-TEST_F(DBKeyTest, NullAndOddRows) {
+// Unknown wire codes: reads find nothing, a negative code throws. Server functions answering
+// NULL or odd rows: reads find nothing, tests and counts fail.
+TEST_F(DBKeyTest, UnknownCodesNullAndOddRows) {
   Store("k");
+  Run("UPDATE registry.vals SET type = 7");
+  KeyPtr key = Writable("k");
+  ValueBuffer buffer;
+  ValueType type = kTypeBin;
+  EXPECT_EQ(key->GetValue(buffer, &type, "v"), 0);
+  EXPECT_EQ(type, kTypeBin);
+  std::string value, name;
+  EXPECT_FALSE(key->NextString(value, name));
+  Run("UPDATE registry.vals SET type = -1");
+  EXPECT_THROW(Writable("k")->NextValue(buffer, &type, name), cppdb::cppdb_error);
   Replace("get_value(p_path text, p_name text)", "TABLE (type smallint, value text)",
           "SELECT 1::smallint, NULL");
   Replace("has_value(p_path text, p_name text)", "boolean", "SELECT NULL::boolean");
   Replace("get_values_cnt(p_path text)", "integer", "SELECT NULL::integer");
   Replace("get_subkeys(p_path text)", "SETOF text", "VALUES ('k\\'), (NULL)");
-  KeyPtr key = Writable("k");
   LogCapture log;
-  ValueBuffer buffer;
-  ValueType type;
   EXPECT_EQ(key->GetValue(buffer, &type, "v"), 0);
   EXPECT_FALSE(key->CheckValueExists("v"));
   EXPECT_EQ(key->CountValues(), 0u);
-  EXPECT_EQ(log.Texts(), (Texts{"ReqistryKeyDB: CheckValueExists failed: cppdb::null_value_fetch "
-                                "attempt fetch null column",
-                                "ReqistryKeyDB: CountValues failed: cppdb::null_value_fetch "
-                                "attempt fetch null column"}));
-  std::string name = "unchanged";
+  const std::string null = " failed: cppdb::null_value_fetch attempt fetch null column";
+  EXPECT_EQ(log.Texts(), (Texts{"ReqistryKeyDB: CheckValueExists" + null,
+                                "ReqistryKeyDB: CountValues" + null}));
+  name = "unchanged";
   ASSERT_TRUE(key->NextSubKeyName(name));
   EXPECT_EQ(name, "");
   EXPECT_FALSE(key->NextSubKeyName(name));
@@ -153,19 +176,19 @@ TEST_F(DBKeyTest, NullAndOddRows) {
 // goes on to the next row.
 TEST_F(DBKeyTest, NextSubKeyWithoutConnectionYieldsNullAndMovesOn) {
   auto backend = std::make_shared<DBBackend>();
-  ASSERT_TRUE(backend->Init(db_->spec() + "@pool_size=0;"));
+  ASSERT_TRUE(backend->Init(spec_ + "@pool_size=0;"));
   Store("k\\a");
   Store("k\\b");
   KeyPtr key = backend->Create("", 0, true, "k", false);
   EXPECT_EQ(key->CountSubKeys(), 2u);
-  const std::string allow = "ALTER DATABASE " + db_->name() + " WITH ALLOW_CONNECTIONS ";
+  const std::string allow = "ALTER DATABASE " + name_ + " WITH ALLOW_CONNECTIONS ";
   {
     LogCapture log;
-    testing::RunSql(testing::PgSpec(), allow + "false");
+    RunSql(server_, allow + "false");
     EXPECT_EQ(key->NextSubKey(true), nullptr);
     EXPECT_EQ(log.Texts().at(0).substr(0, 35), "ReqistryKeyDB: OpenSession failed: ");
   }
-  testing::RunSql(testing::PgSpec(), allow + "true");
+  RunSql(server_, allow + "true");
   EXPECT_EQ(key->NextSubKey(true)->GetName(), "b");
 }
 
@@ -175,8 +198,8 @@ TEST_F(DBKeyTest, NextSubKeyWithoutConnectionYieldsNullAndMovesOn) {
 TEST_F(DBKeyTest, PoolReusesInitConnectionWithItsSettings) {
   EXPECT_EQ(PoolConnectionInfo("postgresql:@pool_max_idle=60;").get("@pool_max_idle"), "60");
   const std::string count =
-      "SELECT count(*) FROM pg_stat_activity WHERE datname = '" + db_->name() + "'";
-  EXPECT_EQ(testing::QuerySql(testing::PgSpec(), count), "1");
+      "SELECT count(*) FROM pg_stat_activity WHERE datname = '" + name_ + "'";
+  EXPECT_EQ(QuerySql(server_, count), "1");
   auto query = [this](const char* sql) {
     cppdb::result row = backend_->ConnectSession().create_statement(sql).query();
     return row.next() ? row.get<std::string>(0) : std::string();
@@ -184,7 +207,7 @@ TEST_F(DBKeyTest, PoolReusesInitConnectionWithItsSettings) {
   EXPECT_EQ(query("SHOW client_min_messages"), "error");
   backend_->ConnectSession().create_statement("SET client_min_messages = notice").exec();
   EXPECT_EQ(query("SHOW client_min_messages"), "notice");
-  EXPECT_EQ(testing::QuerySql(testing::PgSpec(), count), "1");
+  EXPECT_EQ(QuerySql(server_, count), "1");
 }
 
 }  // namespace

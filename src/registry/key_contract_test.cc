@@ -2,6 +2,7 @@
 // Each test works below a top-level key of its own, so processes may run in parallel.
 #include <algorithm>
 #include <climits>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -10,7 +11,6 @@
 #include <gtest/gtest.h>
 
 #include "registry/backend.h"
-#include "registry/db_test_util.h"
 #include "registry/key.h"
 #include "support/log_test_util.h"
 
@@ -20,8 +20,9 @@ namespace {
 using Names = std::vector<std::string>;
 
 std::vector<std::string> ContractSpecs() {
-  if (testing::PgSpec() == nullptr) return {"memory:"};
-  return {"memory:", testing::PgSpec()};
+  const char* spec = std::getenv("HIVECTL_PG_SPEC");
+  if (spec == nullptr || *spec == '\0') return {"memory:"};
+  return {"memory:", spec};
 }
 
 template <typename T>
