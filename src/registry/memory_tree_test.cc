@@ -85,10 +85,8 @@ TEST(MemoryTreeTest, ConcurrentCreatorsAgree) {
   }
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(root.SubKeyCountUnlocked(), static_cast<size_t>(kNames));
-  for (int i = 0; i < kNames; ++i) {
-    for (int t = 0; t < kThreads; ++t) EXPECT_EQ(seen[t][i], seen[0][i]) << t << " " << i;
-    EXPECT_EQ(seen[0][i]->ValueCountUnlocked(), 1u);
-  }
+  for (int t = 1; t < kThreads; ++t) EXPECT_EQ(seen[t], seen[0]) << t;
+  for (const auto& node : seen[0]) EXPECT_EQ(node->ValueCountUnlocked(), 1u);
 }
 
 // Clones and merges run while a writer changes the source.
@@ -112,25 +110,14 @@ TEST(MemoryTreeTest, ConcurrentCloneMergeAndWrites) {
   EXPECT_EQ(Printed(target), Printed(*source));
 }
 
-class MemoryBackendTest : public ::testing::Test {
- protected:
-  void SetUp() override { ASSERT_TRUE(backend.Init("memory:")); }
-  KeyPtr Open(std::string_view path, bool read_only = false, bool create = false,
-              std::string_view root = "") {
-    return backend.Create(root, 0, read_only, path, create);
-  }
-  std::string Dumped() {
-    ::testing::internal::CaptureStderr();
-    backend.Dump();
-    return ::testing::internal::GetCapturedStderr();
-  }
+// A null name throws; str data is read up to its NUL, bin data may be null; a failed read
+// keeps the caller's block. Empty names and components: remove finds nothing, rename and copy
+// refuse an empty or bad source quietly, and a destination may create them.
+TEST(MemoryBackendTest, NamesReadsAndDetachedKeys) {
   MemoryBackend backend;
-};
-
-// A null name throws; str data is read up to its NUL, bin data may be null;
-// a failed read keeps the caller's block.
-TEST_F(MemoryBackendTest, NullNameAndFailedRead) {
-  KeyPtr key = Open("k", false, true);
+  ASSERT_TRUE(backend.Init("memory:"));
+  auto open = [&](std::string_view path) { return backend.Create("", 0, false, path, true); };
+  KeyPtr key = open("k");
   int64_t wide = 5;
   EXPECT_THROW(key->SetValue(&wide, 8, kTypeI64, nullptr), std::logic_error);
   EXPECT_TRUE(key->SetValue(nullptr, 0, kTypeBin, "nothing"));
@@ -140,14 +127,9 @@ TEST_F(MemoryBackendTest, NullNameAndFailedRead) {
   const char* block = out.get();
   EXPECT_EQ(key->GetValue(out, kTypeI32, "nothing"), 0);
   EXPECT_EQ(out.get(), block);
-}
-
-// Empty names and components: remove finds nothing, rename and copy refuse
-// an empty or bad source quietly, and a destination may create them.
-TEST_F(MemoryBackendTest, EmptyComponentsAndDetachedKeys) {
-  Open("a\\b", false, true);
-  KeyPtr top = Open("");
-  KeyPtr held = Open("a\\b");
+  KeyPtr top = open("");
+  KeyPtr held = open("a\\b");
+  EXPECT_TRUE(top->RemoveKey("k"));
   EXPECT_TRUE(top->RemoveKey(""));
   EXPECT_TRUE(top->RemoveKey("a\\\\b"));
   LogCapture log;
@@ -157,11 +139,14 @@ TEST_F(MemoryBackendTest, EmptyComponentsAndDetachedKeys) {
   EXPECT_TRUE(log.Texts().empty());
   EXPECT_TRUE(top->CopyKey("a", "c\\\\d"));
   EXPECT_TRUE(top->RenameKey("c\\\\d", "e\\"));
-  EXPECT_EQ(Dumped(), "a\\\n  b\\\nc\\\n  \\\ne\\\n  \\\n    b\\\n");
+  ::testing::internal::CaptureStderr();
+  backend.Dump();
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+            "a\\\n  b\\\nc\\\n  \\\ne\\\n  \\\n    b\\\n");
   EXPECT_TRUE(top->RemoveKey("a"));
   EXPECT_TRUE(held->SetValue("x", 2, kTypeStr, "v"));  // a detached key lives on
   EXPECT_TRUE(held->CheckValueExists("v"));
-  EXPECT_FALSE(Open("a\\b")->IsValid());
+  EXPECT_FALSE(backend.Create("", 0, false, "a\\b", false)->IsValid());
 }
 
 }  // namespace
