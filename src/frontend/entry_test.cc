@@ -11,8 +11,7 @@ namespace po = boost::program_options;
 
 namespace {
 
-// Every field of the parsed options that store() and the entry function
-// read, or the message of the exception.
+// The parsed options as store() and the entry function read them, or the exception's message.
 std::string Describe(const std::function<po::parsed_options()>& parse) {
   std::string text;
   try {
@@ -30,8 +29,8 @@ std::string Describe(const std::function<po::parsed_options()>& parse) {
   return text;
 }
 
-// Every line of up to three tokens from a vocabulary that takes each road through the
-// parser, cut into the smallest windows, parses as one run over the whole line.
+// Every line of up to three tokens taking each road through the parser parses in the smallest
+// windows as in one run.
 TEST(ParseCommandLineTest, WindowsParseAsTheWholeLine) {
   po::options_description options;
   options.add_options()("help,h", "")("Root,r", po::value<std::string>(), "")("Verbose", "")(

@@ -40,8 +40,7 @@ TEST(ParseIntegerTest, Table) {
   }
 }
 
-// The ranges and patterns beyond those the e2e cases set and get: a value
-// refused leaves the result alone.
+// Ranges and patterns the e2e cases do not reach; a refused value leaves the result alone.
 TEST(ParseInt32And64Test, RangeAndPattern) {
   const std::tuple<const char*, bool, uint32_t, bool, uint64_t> cases[] = {
       {"-0", true, 0, true, 0},

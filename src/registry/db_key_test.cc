@@ -61,16 +61,16 @@ class DBKeyTest : public ::testing::Test {
   }
   // The stored row of a value as "code:text", "" if there is none.
   std::string Row(const std::string& key, const std::string& name) {
-    return QuerySql(spec_, "SELECT type || ':' || value FROM registry.get_value('" + key + "', '" +
-                      name + "')");
+    return QuerySql(spec_, "SELECT type || ':' || value FROM registry.get_value('" + key +
+                               "', '" + name + "')");
   }
   std::string Paths() {
     return QuerySql(spec_, "SELECT string_agg(path, ',' ORDER BY folded) FROM registry.keys "
-                      "WHERE folded <> ''");
+                           "WHERE folded <> ''");
   }
   void Replace(const std::string& function, const std::string& returns, const std::string& body) {
     Run("CREATE OR REPLACE FUNCTION registry." + function + " RETURNS " + returns +
-             " LANGUAGE sql AS $$ " + body + " $$");
+        " LANGUAGE sql AS $$ " + body + " $$");
   }
 
   const char* server_ = std::getenv("HIVECTL_PG_SPEC");
@@ -94,18 +94,6 @@ TEST_F(DBKeyTest, ValuesTravelAsTextWithWireCodes) {
   EXPECT_EQ(Paths(), "r,r\\s,r\\s\\a,r\\s\\a\\k");
 }
 
-// A read-only key tests its existence only in IsValid (refusals: key_contract_test.cc).
-TEST_F(DBKeyTest, ReadOnlyKeyChecksExistenceLazily) {
-  LogCapture log;
-  KeyPtr missing = ReadOnly("missing");
-  EXPECT_EQ(missing->GetName(), "missing");
-  EXPECT_FALSE(missing->IsValid());
-  EXPECT_EQ(missing->GetName(), "");
-  EXPECT_EQ(log.Text(), "");
-  Store("a\\b");
-  EXPECT_TRUE(ReadOnly("A\\B")->CheckValueExists("V"));
-}
-
 TEST_F(DBKeyTest, SubtreeOperationsTreatLikeCharactersLiterally) {
   for (const char* path : {"a_b", "a_b\\c", "axb", "a%", "a%\\d", "a_bc"}) Store(path);
   KeyPtr root = Writable("");
@@ -117,11 +105,18 @@ TEST_F(DBKeyTest, SubtreeOperationsTreatLikeCharactersLiterally) {
   EXPECT_EQ(Paths(), "a_bc,axb,m_,m_\\d,n%,n%\\c");
 }
 
-// Rows are fetched at the first call; a reset fetches anew. An unusable key
-// enumerates nothing.
-TEST_F(DBKeyTest, EnumeratesLazilyAndRestartsOnReset) {
+// A read-only key checks its existence only in IsValid; subkey rows are fetched at the first
+// call and again after a reset; an unusable key enumerates nothing.
+TEST_F(DBKeyTest, ReadOnlyKeysAndEnumerationsAreLazy) {
+  LogCapture log;
+  KeyPtr missing = ReadOnly("missing");
+  EXPECT_EQ(missing->GetName(), "missing");
+  EXPECT_FALSE(missing->IsValid());
+  EXPECT_EQ(missing->GetName(), "");
+  EXPECT_EQ(log.Text(), "");
   Store("k\\One");
   Store("k\\two\\deep");
+  EXPECT_TRUE(ReadOnly("K\\ONE")->CheckValueExists("V"));
   KeyPtr key = ReadOnly("k");
   std::string name;
   ASSERT_TRUE(key->NextSubKeyName(name));
@@ -131,7 +126,6 @@ TEST_F(DBKeyTest, EnumeratesLazilyAndRestartsOnReset) {
   key->ResetSubKeys();
   for (int i = 0; i < 3; ++i) ASSERT_NE(key->NextSubKey(true), nullptr);
   EXPECT_EQ(key->NextSubKey(true), nullptr);
-
   KeyPtr unusable = backend_->Create("", 0, true, "k\\", false);
   std::string value;
   EXPECT_FALSE(unusable->NextString(value, name));
@@ -172,8 +166,7 @@ TEST_F(DBKeyTest, UnknownCodesNullAndOddRows) {
   EXPECT_FALSE(key->NextSubKeyName(name));
 }
 
-// A subkey whose session cannot be opened is skipped as null; the cursor
-// goes on to the next row.
+// A subkey whose session cannot open is skipped as null; the cursor moves on to the next row.
 TEST_F(DBKeyTest, NextSubKeyWithoutConnectionYieldsNullAndMovesOn) {
   auto backend = std::make_shared<DBBackend>();
   ASSERT_TRUE(backend->Init(spec_ + "@pool_size=0;"));
@@ -192,9 +185,8 @@ TEST_F(DBKeyTest, NextSubKeyWithoutConnectionYieldsNullAndMovesOn) {
   EXPECT_EQ(key->NextSubKey(true)->GetName(), "b");
 }
 
-// Init leaves its connection in the pool for the first key; the one-time
-// setting of a new connection is not made again when the pool hands it out.
-// An idle limit given in the specification stands.
+// Init leaves its connection, set up once, in the pool for the first key; an idle limit given
+// in the specification stands.
 TEST_F(DBKeyTest, PoolReusesInitConnectionWithItsSettings) {
   EXPECT_EQ(PoolConnectionInfo("postgresql:@pool_max_idle=60;").get("@pool_max_idle"), "60");
   const std::string count =

@@ -41,8 +41,7 @@ TEST(MemoryTreeTest, NamesOrderSpellingAndNul) {
   EXPECT_EQ(node.FindSubKey("bar", false), nullptr);
 }
 
-// Values of the source overwrite, subtrees merge; a subtree the target lacks
-// is copied, not shared. Print shows the result.
+// Source values overwrite, subtrees merge; a subtree the target lacks is copied, not shared.
 TEST(MemoryTreeTest, MergeFromAndPrint) {
   Node target;
   target.StoreValue("X", StoredValue(std::string("old")));
@@ -61,8 +60,7 @@ TEST(MemoryTreeTest, MergeFromAndPrint) {
   EXPECT_NE(target.FindSubKey("fresh", false), fresh);
 }
 
-// Many threads create the same subkeys, spelled differently, at once: each
-// name ends up as one entry and one node.
+// Threads creating the same subkeys at once, spelled differently, get one entry and node each.
 TEST(MemoryTreeTest, ConcurrentCreatorsAgree) {
   constexpr int kThreads = 8, kNames = 200;
   Node root;

@@ -52,8 +52,7 @@ TEST(Base64Test, RfcVectorsAndAllBytesRoundTrip) {
   }
 }
 
-// Nothing is written without room, the size is told in every case, and no
-// terminator is added.
+// Nothing is written without room, the size is told in every case, no terminator is added.
 TEST(Base64Test, SizeProtocol) {
   char buffer[] = "xxxxxxxx";
   std::ostringstream calls;  // "result:size " of each call
@@ -74,10 +73,9 @@ TEST(Base64Test, SizeProtocol) {
   EXPECT_EQ(calls.str() + buffer, "0:0 1:0 0:4 0:0 1:0 0:3 xxxxxxxx 1:4 1:3 Zm9vfoox");
 }
 
-// Padding is optional: one character left over gives nothing; only trailing padding counts
-// ("====" is two characters of zero bits); bytes outside the alphabet are zero bits, unchecked.
-// Validation wants spare bits zero, padding only where a group is short, no white space
-// and no URL-safe alphabet.
+// Decoding: padding optional, a lone last character gives nothing, only trailing padding counts
+// ("====" is two zero characters), bytes outside the alphabet are zero bits. Validation: spare
+// bits zero, padding only where a group is short, no white space, no URL-safe alphabet.
 TEST(Base64Test, DecodeTrustsAndValidateFindsFirstBadByte) {
   const std::pair<std::string, std::string> decoded[] = {
       {"Zm8", "fo"},          {"Zm9vYg", "foob"},       {"Zm9vY", "foo"},

@@ -142,8 +142,7 @@ TEST(LogTest, LineTextsThreaded) {
                                 "a (null) b (EACCES) " + code.message()}));
 }
 
-// The name table against libc's own names of the same numbers; the
-// stream's format flags must not change the numbers.
+// The name table against libc's names of the same numbers; stream format flags do not apply.
 TEST(LogErrorCodeTest, NamesNumbersAndCategories) {
   const auto text = [](int value, const boost::system::error_category& category) {
     std::ostringstream stream;
@@ -220,8 +219,7 @@ TEST(LogDeathTest, LineAfterTeardownAtExit) {
               "inner\n.*outer\n.*late line\n$");
 }
 
-// The stream buffer itself: seeking stays inside the area, output only.
-// (A full area failing the stream is LineTextsThreaded's cut.)
+// Seeking stays inside the area, output only (a full area is LineTextsThreaded's cut).
 TEST(OmembufTest, Seeking) {
   char area[8];
   basic_omembuf<char> buffer;

@@ -57,8 +57,7 @@ class RecordingBackend final : public regkey::Backend {
   };
 };
 
-// The workers that ImportWorkerCount allows all take part, and a worker
-// opens a key only where the sorted rows change key or a batch starts.
+// Every worker ImportWorkerCount allows takes part; a key is opened per run of rows or batch.
 TEST(ImportCommandTest, ConcurrentWorkersOpenOneKeyPerRun) {
   const int kKeys = 97, kValuesPerKey = 211;  // 20467 rows: 39 batches
   std::ostringstream csv;

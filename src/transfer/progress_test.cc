@@ -14,8 +14,7 @@ constexpr int64_t kMs = 1000000;
 int64_t fake_now = 0;
 int64_t FakeClock() { return fake_now; }
 
-// Byte sizes in three bands without fractions; durations with only their
-// non-zero units, largest first.
+// Sizes in three bands without fractions; durations by their non-zero units, largest first.
 TEST(ProgressPrintTest, ByteSizesAndDurations) {
   std::ostringstream out;
   for (const uint64_t amount : {0ul, 10239ul, 10240ul, 10485759ul, 10485760ul, 1ul << 40}) {
@@ -49,8 +48,7 @@ class ProgressReportTest : public ::testing::Test {
   std::ostringstream err;
 };
 
-// A paint at most every 100 ms, the old line wiped with blanks (more than
-// one run of them for a long line); Finish paints once more and ends the line.
+// A paint at most every 100 ms, over a long old line too; Finish paints once more and ends it.
 TEST_F(ProgressReportTest, PaintsAtMostEvery100Milliseconds) {
   const std::string title = "export '" + std::string(120, 'K') + "'";
   ProgressReport report(&env, title, PrintCount, 0, FakeClock);
@@ -66,8 +64,7 @@ TEST_F(ProgressReportTest, PaintsAtMostEvery100Milliseconds) {
   EXPECT_EQ(err.str(), Paint("", first) + Paint(first, line) + Paint(line, line) + "\n");
 }
 
-// Of a known total: the share, truncated, and the ETA; a share may pass 100%;
-// a paint with nothing done divides by zero.
+// Of a known total: share (truncated, may pass 100%) and ETA; nothing done divides by zero.
 TEST_F(ProgressReportTest, ShowsShareRateAndEtaOfAKnownTotal) {
   ProgressReport report(&env, "import 'Conf': parsing", PrintByteSize, 40 << 20, FakeClock);
   report.Start();
