@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -13,20 +14,19 @@ namespace {
 
 // The parsed options as store() and the entry function read them, or the exception's message.
 std::string Describe(const std::function<po::parsed_options()>& parse) {
-  std::string text;
+  std::ostringstream text;
   try {
     for (const po::option& option : parse().options) {
-      text += option.string_key + "|" + std::to_string(option.position_key) +
-              (option.unregistered ? "|unregistered" : "") +
-              (option.case_insensitive ? "|case-insensitive" : "");
-      for (const std::string& value : option.value) text += "|value=" + value;
-      for (const std::string& token : option.original_tokens) text += "|token=" + token;
-      text += "\n";
+      text << option.string_key << "|" << option.position_key << "|unregistered="
+           << option.unregistered << "|case-insensitive=" << option.case_insensitive;
+      for (const std::string& value : option.value) text << "|value=" << value;
+      for (const std::string& token : option.original_tokens) text << "|token=" << token;
+      text << "\n";
     }
   } catch (const std::exception& e) {
-    text = std::string("exception: ") + e.what();
+    return std::string("exception: ") + e.what();
   }
-  return text;
+  return text.str();
 }
 
 // Every line of up to three tokens taking each road through the parser parses in the smallest
