@@ -16,7 +16,7 @@ TEST(ParseIntegerTest, Table) {
       {" 12 ", true, 12, false},     {"0x10", true, 16, false},       {"0XfF", true, 255, false},
       {"010", true, 8, false},       {"0B11", true, 3, false},        {"+7", true, 7, false},
       {"- 7", true, 7, true},        {"-+0b11", true, 3, true},
-      {"--0b1", true, UINT64_MAX, true},  {"--1", true, UINT64_MAX, true},  // a second minus negates
+      {"--0b1", true, UINT64_MAX, true},  {"--1", true, UINT64_MAX, true},  // negated twice
       {zeros23, true, 0123, false},  {"  -" + zeros23 + "  ", true, 0123, true},
       {"99999999999999999999", true, UINT64_MAX, false},
       {"18446744073709551614", true, UINT64_MAX - 1, false},

@@ -44,9 +44,10 @@ std::string LocalTimeNow() {
   return text;
 }
 
-// A fresh thread has no cached date, so the zone set here is the one used.
-TEST(LogTest, HeaderLayoutThreaded) {
-  LogCapture log;
+// The time in the zone set here, as a fresh thread has no cached date; level and module
+// columns and labels; stdout without a file.
+TEST(LogTest, HeaderColumnsThreaded) {
+  LogCapture zoned;
   const std::string saved_zone = getenv("TZ") != nullptr ? getenv("TZ") : "UTC";
   setenv("TZ", "XST-5:30", 1);
   tzset();
@@ -63,12 +64,8 @@ TEST(LogTest, HeaderLayoutThreaded) {
   setenv("TZ", saved_zone.c_str(), 1);
   tzset();
   ASSERT_EQ(before, after);
-  EXPECT_EQ(log.Text().substr(log.Text().size() - 49),
+  EXPECT_EQ(zoned.Text().substr(zoned.Text().size() - 49),
             before + " |3| " + ThreadColumn(thread_id) + "|   OTHER| abc\n");
-}
-
-// Level and module columns and labels; stdout without a file.
-TEST(LogTest, LevelModuleColumnsAndFilter) {
   LogCapture log;
   LogSetup(9, kLogModuleOther | 0x2);
   { LogLine(9, 0x2) << "storage"; }
@@ -165,14 +162,15 @@ TEST(LogTest, ConcurrentLinesStayWholeAndWaitForLogLock) {
   LogCapture log;
   LogLock();
   constexpr int kThreads = 6, kLines = 400;
+  auto label = [](int t, int n) { return "t" + std::to_string(t) + " n" + std::to_string(n); };
   auto filler = [](int t) { return std::string(200 + 50 * t, static_cast<char>('a' + t)); };
   std::vector<std::thread> threads;
   for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([t, &filler] {
+    threads.emplace_back([t, &label, &filler] {
       for (int n = 0; n < kLines; ++n) {
         LogLine outer(1, kLogModuleOther);  // two lines open at once use the pool
         { LogLine(1, kLogModuleOther) << "inner"; }
-        outer << ("t" + std::to_string(t) + " n" + std::to_string(n)).c_str();
+        outer << label(t, n).c_str();
         outer.Format(" %s", filler(t).c_str());
       }
     });
@@ -185,10 +183,8 @@ TEST(LogTest, ConcurrentLinesStayWholeAndWaitForLogLock) {
   std::stable_sort(texts.begin(), texts.end(), [](const auto& a, const auto& b) {
     return a.at(1) < b.at(1);  // by thread, "inner" last
   });
-  for (int t = 0; t < kThreads; ++t) {
-    for (int n = 0; n < kLines; ++n) {
-      expected.push_back("t" + std::to_string(t) + " n" + std::to_string(n) + " " + filler(t));
-    }
+  for (int i = 0; i < kThreads * kLines; ++i) {
+    expected.push_back(label(i / kLines, i % kLines) + " " + filler(i / kLines));
   }
   expected.resize(2 * kThreads * kLines, "inner");
   EXPECT_EQ(texts, expected);
