@@ -39,18 +39,15 @@ TEST(TextToIntTest, NumbersWordsAndRefusals) {
 // What the contract suite does not reach through a database key: result, block and bytes.
 TEST(ConvertStoredTextTest, Table) {
   const std::tuple<int, std::string, ValueType, size_t, int64_t, std::string> cases[] = {
-      {kWireStr, "maybe", kTypeI32, 3, -4, ""},
-      {kWireI64, "1", kTypeI64, 7, -8, ""},
+      {kWireStr, "maybe", kTypeI32, 3, -4, ""},   {kWireI64, "1", kTypeI64, 7, -8, ""},
+      {kWireStr, "hello", kTypeBin, 4, -5, ""},   {kWireBin, "AAEC/w==", kTypeBin, 3, -4, ""},
       {kWireI32, "7", kTypeBin, kMaxValueSize, 1, "7"},
-      {kWireStr, "hello", kTypeBin, 4, -5, ""},
       {kWireStr, "", kTypeBin, kMaxValueSize, 0, ""},
       {kWireBin, "AAEC/w==", kTypeBin, kMaxValueSize, 4, std::string("\x00\x01\x02\xff", 4)},
-      {kWireBin, "AAEC/w==", kTypeBin, 3, -4, ""},
       {kWireBin, "", kTypeBin, kMaxValueSize, 0, ""},
       {kWireBin, "MTI=", kTypeI32, kMaxValueSize, 0, ""},
       {kWireBin, "MTI=", kTypeStr, kMaxValueSize, 0, ""},
-      {5, "12", kTypeStr, kMaxValueSize, 0, ""},
-      {-1, "12", kTypeBin, kMaxValueSize, 0, ""},
+      {5, "12", kTypeStr, kMaxValueSize, 0, ""},  {-1, "12", kTypeBin, kMaxValueSize, 0, ""},
       {kWireStr, "12", static_cast<ValueType>(4), kMaxValueSize, 0, ""},
   };
   for (const auto& [code, text, wanted, limit, expected, bytes] : cases) {

@@ -1,5 +1,4 @@
-// What only the database key does; the shared behaviour is in
-// key_contract_test.cc, what a user sees in tests/e2e/cases/db.
+// What only the database key does (shared: key_contract_test.cc; user-visible: e2e cases/db).
 #include "registry/db_key.h"
 
 #include <gtest/gtest.h>
@@ -175,12 +174,10 @@ TEST_F(DBKeyTest, NextSubKeyWithoutConnectionYieldsNullAndMovesOn) {
   KeyPtr key = backend->Create("", 0, true, "k", false);
   EXPECT_EQ(key->CountSubKeys(), 2u);
   const std::string allow = "ALTER DATABASE " + name_ + " WITH ALLOW_CONNECTIONS ";
-  {
-    LogCapture log;
-    RunSql(server_, allow + "false");
-    EXPECT_EQ(key->NextSubKey(true), nullptr);
-    EXPECT_EQ(log.Texts().at(0).substr(0, 35), "ReqistryKeyDB: OpenSession failed: ");
-  }
+  LogCapture log;
+  RunSql(server_, allow + "false");
+  EXPECT_EQ(key->NextSubKey(true), nullptr);
+  EXPECT_EQ(log.Texts().at(0).substr(0, 35), "ReqistryKeyDB: OpenSession failed: ");
   RunSql(server_, allow + "true");
   EXPECT_EQ(key->NextSubKey(true)->GetName(), "b");
 }

@@ -1,5 +1,4 @@
-// The memory tree, and what only the memory backend over it does; the shared
-// behaviour of keys is in key_contract_test.cc.
+// The memory tree, and what only the memory backend does (shared: key_contract_test.cc).
 #include "registry/memory_tree.h"
 
 #include <atomic>
