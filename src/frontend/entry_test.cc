@@ -46,11 +46,8 @@ TEST(ParseCommandLineTest, WindowsParseAsTheWholeLine) {
         line.push_back(vocabulary[digits % size]);
       }
       const std::string whole = Describe([&] {
-        return po::command_line_parser(line)
-            .options(options)
-            .style(kCommandLineStyle)
-            .allow_unregistered()
-            .run();
+        return po::command_line_parser(line).options(options).style(kCommandLineStyle)
+            .allow_unregistered().run();
       });
       for (size_t window : {1, 2}) {
         ASSERT_EQ(Describe([&] { return ParseCommandLine(line, options, window); }), whole)

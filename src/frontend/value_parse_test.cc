@@ -39,10 +39,8 @@ TEST(ParseIntegerTest, Table) {
 // Ranges and patterns the e2e cases do not reach; a refused value leaves the result alone.
 TEST(ParseInt32And64Test, RangeAndPattern) {
   const std::tuple<const char*, bool, uint32_t, bool, uint64_t> cases[] = {
-      {"-0", true, 0, true, 0},
-      {"99999999999999999999", false, 77, true, UINT64_MAX},
-      {"-9223372036854775809", false, 77, false, 77},
-      {"--1", false, 77, false, 77},
+      {"-0", true, 0, true, 0},           {"99999999999999999999", false, 77, true, UINT64_MAX},
+      {"--1", false, 77, false, 77},      {"-9223372036854775809", false, 77, false, 77},
   };
   for (const auto& [text, ok32, expected32, ok64, expected64] : cases) {
     uint32_t value32 = 77;

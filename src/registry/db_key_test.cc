@@ -165,8 +165,21 @@ TEST_F(DBKeyTest, UnknownCodesNullAndOddRows) {
   EXPECT_FALSE(key->NextSubKeyName(name));
 }
 
-// A subkey whose session cannot open is skipped as null; the cursor moves on to the next row.
-TEST_F(DBKeyTest, NextSubKeyWithoutConnectionYieldsNullAndMovesOn) {
+// Init leaves its connection, set up once, in the pool for the first key; an idle limit given
+// in the specification stands. Without a pool, a subkey whose session cannot open is skipped
+// as null and the cursor moves on to the next row.
+TEST_F(DBKeyTest, PoolAndSessions) {
+  EXPECT_EQ(PoolConnectionInfo("postgresql:@pool_max_idle=60;").get("@pool_max_idle"), "60");
+  const std::string count = "SELECT count(*) FROM pg_stat_activity WHERE datname = '" + name_ + "'";
+  EXPECT_EQ(QuerySql(server_, count), "1");
+  auto query = [this](const char* sql) {
+    cppdb::result row = backend_->ConnectSession().create_statement(sql).query();
+    return row.next() ? row.get<std::string>(0) : std::string();
+  };
+  EXPECT_EQ(query("SHOW client_min_messages"), "error");
+  backend_->ConnectSession().create_statement("SET client_min_messages = notice").exec();
+  EXPECT_EQ(query("SHOW client_min_messages"), "notice");
+  EXPECT_EQ(QuerySql(server_, count), "1");
   auto backend = std::make_shared<DBBackend>();
   ASSERT_TRUE(backend->Init(spec_ + "@pool_size=0;"));
   Store("k\\a");
@@ -180,23 +193,6 @@ TEST_F(DBKeyTest, NextSubKeyWithoutConnectionYieldsNullAndMovesOn) {
   EXPECT_EQ(log.Texts().at(0).substr(0, 35), "ReqistryKeyDB: OpenSession failed: ");
   RunSql(server_, allow + "true");
   EXPECT_EQ(key->NextSubKey(true)->GetName(), "b");
-}
-
-// Init leaves its connection, set up once, in the pool for the first key; an idle limit given
-// in the specification stands.
-TEST_F(DBKeyTest, PoolReusesInitConnectionWithItsSettings) {
-  EXPECT_EQ(PoolConnectionInfo("postgresql:@pool_max_idle=60;").get("@pool_max_idle"), "60");
-  const std::string count =
-      "SELECT count(*) FROM pg_stat_activity WHERE datname = '" + name_ + "'";
-  EXPECT_EQ(QuerySql(server_, count), "1");
-  auto query = [this](const char* sql) {
-    cppdb::result row = backend_->ConnectSession().create_statement(sql).query();
-    return row.next() ? row.get<std::string>(0) : std::string();
-  };
-  EXPECT_EQ(query("SHOW client_min_messages"), "error");
-  backend_->ConnectSession().create_statement("SET client_min_messages = notice").exec();
-  EXPECT_EQ(query("SHOW client_min_messages"), "notice");
-  EXPECT_EQ(QuerySql(server_, count), "1");
 }
 
 }  // namespace

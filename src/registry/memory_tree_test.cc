@@ -23,9 +23,10 @@ std::string Printed(const Node& node, int step = 2, int indent = 0) {
   return out.str();
 }
 
-// Names sort without regard to ASCII case, other bytes between the letters;
-// the first spelling stays; a name ends at its first NUL.
-TEST(MemoryTreeTest, NamesOrderSpellingAndNul) {
+// Names sort without regard to ASCII case, other bytes between the letters; the first spelling
+// stays; a name ends at its first NUL. In a merge source values overwrite and subtrees merge;
+// a subtree the target lacks is copied, not shared.
+TEST(MemoryTreeTest, NamesMergeAndPrint) {
   Node node;
   for (const char* name : {"B", "a", "_x", "C", "{", "[", "\xc3\xa9", "b"}) {
     node.StoreValue(name, StoredValue(int32_t{1}));
@@ -38,10 +39,6 @@ TEST(MemoryTreeTest, NamesOrderSpellingAndNul) {
   EXPECT_EQ(node.FindSubKey("BAR", true), child);
   EXPECT_EQ(node.TakeSubKey("bar"), child);
   EXPECT_EQ(node.FindSubKey("bar", false), nullptr);
-}
-
-// Source values overwrite, subtrees merge; a subtree the target lacks is copied, not shared.
-TEST(MemoryTreeTest, MergeFromAndPrint) {
   Node target;
   target.StoreValue("X", StoredValue(std::string("old")));
   std::shared_ptr<Node> shared = target.FindSubKey("Shared", true);

@@ -37,11 +37,10 @@ std::string LocalTimeNow() {
   const time_t seconds = static_cast<time_t>(millis / 1000);
   tm local{};
   localtime_r(&seconds, &local);
-  char text[64];
-  snprintf(text, sizeof text, "%02d/%02d/%04d %02d:%02d:%02d.%03d", local.tm_mday,
-           local.tm_mon + 1, local.tm_year + 1900, local.tm_hour, local.tm_min, local.tm_sec,
-           static_cast<int>(millis % 1000));
-  return text;
+  std::ostringstream text;
+  text << std::put_time(&local, "%d/%m/%Y %H:%M:%S.") << std::setfill('0') << std::setw(3)
+       << millis % 1000;
+  return text.str();
 }
 
 // The time in the zone set here, as a fresh thread has no cached date; level and module

@@ -20,8 +20,7 @@ TEST(ThreadTest, SleepForResumesAfterSignalsThreaded) {
   action.sa_handler = CountSignal;
   ASSERT_EQ(sigaction(SIGUSR1, &action, &previous), 0);
   signals_caught = 0;
-  const pthread_t sleeper = pthread_self();
-  std::thread interrupter([&] {
+  std::thread interrupter([sleeper = pthread_self()] {
     for (int i = 0; i < 3; ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(40));
       pthread_kill(sleeper, SIGUSR1);

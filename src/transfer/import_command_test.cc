@@ -61,12 +61,11 @@ class RecordingBackend final : public regkey::Backend {
 // Every worker ImportWorkerCount allows takes part; a key is opened per run of rows or batch.
 TEST(ImportCommandTest, ConcurrentWorkersOpenOneKeyPerRun) {
   const int kKeys = 97, kValuesPerKey = 211;  // 20467 rows: 39 batches
-  std::ostringstream csv;
-  csv << "KNAME,VNAME,TYPE,VALUE\n";
+  std::stringstream input;
+  input << "KNAME,VNAME,TYPE,VALUE\n";
   for (int v = 0; v < kValuesPerKey; ++v) {
-    for (int k = 0; k < kKeys; ++k) csv << "k" << k << ",v" << v << ",str,x\n";
+    for (int k = 0; k < kKeys; ++k) input << "k" << k << ",v" << v << ",str,x\n";
   }
-  std::istringstream input(csv.str());
   SystemEnvironment env;
   env.input = &input;
   env.max_db_connections = RecordingBackend::kThreads;
