@@ -179,9 +179,8 @@ TEST(LogTest, ConcurrentLinesStayWholeAndWaitForLogLock) {
   LogUnlock();
   for (auto& thread : threads) thread.join();
   Texts texts = log.Texts(), expected;
-  std::stable_sort(texts.begin(), texts.end(), [](const auto& a, const auto& b) {
-    return a.at(1) < b.at(1);  // by thread, "inner" last
-  });
+  const auto by_thread = [](const auto& a, const auto& b) { return a.at(1) < b.at(1); };
+  std::stable_sort(texts.begin(), texts.end(), by_thread);  // "inner" last
   for (int i = 0; i < kThreads * kLines; ++i) {
     expected.push_back(label(i / kLines, i % kLines) + " " + filler(i / kLines));
   }
