@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -11,27 +12,25 @@ namespace po = boost::program_options;
 
 namespace {
 
-// Every field of the parsed options that store() and the entry function
-// read, or the message of the exception.
+// The parsed options as store() and the entry function read them, or the exception's message.
 std::string Describe(const std::function<po::parsed_options()>& parse) {
-  std::string text;
+  std::ostringstream text;
   try {
     for (const po::option& option : parse().options) {
-      text += option.string_key + "|" + std::to_string(option.position_key) +
-              (option.unregistered ? "|unregistered" : "") +
-              (option.case_insensitive ? "|case-insensitive" : "");
-      for (const std::string& value : option.value) text += "|value=" + value;
-      for (const std::string& token : option.original_tokens) text += "|token=" + token;
-      text += "\n";
+      text << option.string_key << "|" << option.position_key << "|unregistered="
+           << option.unregistered << "|case-insensitive=" << option.case_insensitive;
+      for (const std::string& value : option.value) text << "|value=" << value;
+      for (const std::string& token : option.original_tokens) text << "|token=" << token;
+      text << "\n";
     }
   } catch (const std::exception& e) {
-    text = std::string("exception: ") + e.what();
+    return std::string("exception: ") + e.what();
   }
-  return text;
+  return text.str();
 }
 
-// Every line of up to three tokens from a vocabulary that takes each road through the
-// parser, cut into the smallest windows, parses as one run over the whole line.
+// Every line of up to three tokens taking each road through the parser parses in the smallest
+// windows as in one run.
 TEST(ParseCommandLineTest, WindowsParseAsTheWholeLine) {
   po::options_description options;
   options.add_options()("help,h", "")("Root,r", po::value<std::string>(), "")("Verbose", "")(
@@ -47,11 +46,8 @@ TEST(ParseCommandLineTest, WindowsParseAsTheWholeLine) {
         line.push_back(vocabulary[digits % size]);
       }
       const std::string whole = Describe([&] {
-        return po::command_line_parser(line)
-            .options(options)
-            .style(kCommandLineStyle)
-            .allow_unregistered()
-            .run();
+        return po::command_line_parser(line).options(options).style(kCommandLineStyle)
+            .allow_unregistered().run();
       });
       for (size_t window : {1, 2}) {
         ASSERT_EQ(Describe([&] { return ParseCommandLine(line, options, window); }), whole)

@@ -1,15 +1,18 @@
-// What only the database key does; the shared behaviour is in
-// key_contract_test.cc, what a user sees in tests/e2e/cases/db.
+// What only the database key does (shared: key_contract_test.cc; user-visible: e2e cases/db).
 #include "registry/db_key.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
+#include <cppdb/frontend.h>
+#include <cppdb/utils.h>
+
 #include "registry/db_backend.h"
-#include "registry/db_test_util.h"
 #include "support/log_test_util.h"
 
 namespace regkey {
@@ -17,14 +20,39 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
+void RunSql(const std::string& spec, const std::string& statement) {
+  cppdb::session(spec).create_statement(statement).exec();
+}
+
+// The first column of the first row of a query, "NULL" for a null, "" for no row.
+std::string QuerySql(const std::string& spec, const std::string& statement) {
+  cppdb::session session(spec);
+  cppdb::result row = session.create_statement(statement).query();
+  std::string text;
+  return !row.next() ? "" : row.fetch(0, text) ? text : "NULL";
+}
+
+// Each test has a database of its own, cloned from HIVECTL_PG_TEMPLATE, dropped at the end.
 class DBKeyTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (testing::PgSpec() == nullptr) GTEST_SKIP() << "no HIVECTL_PG_SPEC";
-    db_ = std::make_unique<testing::ScratchDatabase>();
+    if (server_ == nullptr || *server_ == '\0') GTEST_SKIP() << "no HIVECTL_PG_SPEC";
+    static int counter = 0;
+    name_ = "hivectl_scratch_" + std::to_string(getpid()) + "_" + std::to_string(counter++);
+    const char* source = std::getenv("HIVECTL_PG_TEMPLATE");
+    RunSql(server_, "CREATE DATABASE " + name_ + " TEMPLATE " +
+                        (source != nullptr ? source : "registry_template"));
+    cppdb::connection_info info(server_);
+    info.properties["dbname"] = name_;
+    spec_ = info.driver + ":";
+    for (const auto& [key, value] : info.properties) spec_ += key + "=" + value + ";";
     backend_ = std::make_shared<DBBackend>();
-    ASSERT_TRUE(backend_->Init(db_->spec()));
+    ASSERT_TRUE(backend_->Init(spec_));
   }
+  void TearDown() override {
+    if (!name_.empty()) RunSql(server_, "DROP DATABASE IF EXISTS " + name_ + " WITH (FORCE)");
+  }
+  void Run(const std::string& statement) { RunSql(spec_, statement); }
   KeyPtr Writable(std::string_view path) { return backend_->Create("", 0, false, path, true); }
   KeyPtr ReadOnly(std::string_view path) { return backend_->Create("", 0, true, path, false); }
   void Store(std::string_view path, const char* name = "v") {
@@ -32,19 +60,20 @@ class DBKeyTest : public ::testing::Test {
   }
   // The stored row of a value as "code:text", "" if there is none.
   std::string Row(const std::string& key, const std::string& name) {
-    return db_->Query("SELECT type || ':' || value FROM registry.get_value('" + key + "', '" +
-                      name + "')");
+    return QuerySql(spec_, "SELECT type || ':' || value FROM registry.get_value('" + key +
+                               "', '" + name + "')");
   }
   std::string Paths() {
-    return db_->Query("SELECT string_agg(path, ',' ORDER BY folded) FROM registry.keys "
-                      "WHERE folded <> ''");
+    return QuerySql(spec_, "SELECT string_agg(path, ',' ORDER BY folded) FROM registry.keys "
+                           "WHERE folded <> ''");
   }
   void Replace(const std::string& function, const std::string& returns, const std::string& body) {
-    db_->Run("CREATE OR REPLACE FUNCTION registry." + function + " RETURNS " + returns +
-             " LANGUAGE sql AS $$ " + body + " $$");
+    Run("CREATE OR REPLACE FUNCTION registry." + function + " RETURNS " + returns +
+        " LANGUAGE sql AS $$ " + body + " $$");
   }
 
-  std::unique_ptr<testing::ScratchDatabase> db_;
+  const char* server_ = std::getenv("HIVECTL_PG_SPEC");
+  std::string name_, spec_;
   std::shared_ptr<DBBackend> backend_;
 };
 
@@ -64,32 +93,6 @@ TEST_F(DBKeyTest, ValuesTravelAsTextWithWireCodes) {
   EXPECT_EQ(Paths(), "r,r\\s,r\\s\\a,r\\s\\a\\k");
 }
 
-TEST_F(DBKeyTest, UnknownWireCodes) {
-  Store("k");
-  db_->Run("UPDATE registry.vals SET type = 7");
-  KeyPtr key = Writable("k");
-  ValueBuffer buffer;
-  ValueType type = kTypeBin;
-  EXPECT_EQ(key->GetValue(buffer, &type, "v"), 0);
-  EXPECT_EQ(type, kTypeBin);
-  std::string value, name;
-  EXPECT_FALSE(key->NextString(value, name));
-  db_->Run("UPDATE registry.vals SET type = -1");
-  EXPECT_THROW(Writable("k")->NextValue(buffer, &type, name), cppdb::cppdb_error);
-}
-
-// A read-only key tests its existence only in IsValid (refusals: key_contract_test.cc).
-TEST_F(DBKeyTest, ReadOnlyKeyChecksExistenceLazily) {
-  LogCapture log;
-  KeyPtr missing = ReadOnly("missing");
-  EXPECT_EQ(missing->GetName(), "missing");
-  EXPECT_FALSE(missing->IsValid());
-  EXPECT_EQ(missing->GetName(), "");
-  EXPECT_EQ(log.Text(), "");
-  Store("a\\b");
-  EXPECT_TRUE(ReadOnly("A\\B")->CheckValueExists("V"));
-}
-
 TEST_F(DBKeyTest, SubtreeOperationsTreatLikeCharactersLiterally) {
   for (const char* path : {"a_b", "a_b\\c", "axb", "a%", "a%\\d", "a_bc"}) Store(path);
   KeyPtr root = Writable("");
@@ -101,11 +104,18 @@ TEST_F(DBKeyTest, SubtreeOperationsTreatLikeCharactersLiterally) {
   EXPECT_EQ(Paths(), "a_bc,axb,m_,m_\\d,n%,n%\\c");
 }
 
-// Rows are fetched at the first call; a reset fetches anew. An unusable key
-// enumerates nothing.
-TEST_F(DBKeyTest, EnumeratesLazilyAndRestartsOnReset) {
+// A read-only key checks its existence only in IsValid; subkey rows are fetched at the first
+// call and again after a reset; an unusable key enumerates nothing.
+TEST_F(DBKeyTest, ReadOnlyKeysAndEnumerationsAreLazy) {
+  LogCapture log;
+  KeyPtr missing = ReadOnly("missing");
+  EXPECT_EQ(missing->GetName(), "missing");
+  EXPECT_FALSE(missing->IsValid());
+  EXPECT_EQ(missing->GetName(), "");
+  EXPECT_EQ(log.Text(), "");
   Store("k\\One");
   Store("k\\two\\deep");
+  EXPECT_TRUE(ReadOnly("K\\ONE")->CheckValueExists("V"));
   KeyPtr key = ReadOnly("k");
   std::string name;
   ASSERT_TRUE(key->NextSubKeyName(name));
@@ -115,7 +125,6 @@ TEST_F(DBKeyTest, EnumeratesLazilyAndRestartsOnReset) {
   key->ResetSubKeys();
   for (int i = 0; i < 3; ++i) ASSERT_NE(key->NextSubKey(true), nullptr);
   EXPECT_EQ(key->NextSubKey(true), nullptr);
-
   KeyPtr unusable = backend_->Create("", 0, true, "k\\", false);
   std::string value;
   EXPECT_FALSE(unusable->NextString(value, name));
@@ -124,59 +133,45 @@ TEST_F(DBKeyTest, EnumeratesLazilyAndRestartsOnReset) {
   EXPECT_TRUE(backend_->Create("", 0, false, "\\bad", true)->Clone()->IsValid());
 }
 
-// Server functions answering NULL or odd rows: reads find nothing, tests and counts fail.
-TEST_F(DBKeyTest, NullAndOddRows) {
+// Unknown wire codes: reads find nothing, a negative code throws. Server functions answering
+// NULL or odd rows: reads find nothing, tests and counts fail.
+TEST_F(DBKeyTest, UnknownCodesNullAndOddRows) {
   Store("k");
+  Run("UPDATE registry.vals SET type = 7");
+  KeyPtr key = Writable("k");
+  ValueBuffer buffer;
+  ValueType type = kTypeBin;
+  EXPECT_EQ(key->GetValue(buffer, &type, "v"), 0);
+  EXPECT_EQ(type, kTypeBin);
+  std::string value, name;
+  EXPECT_FALSE(key->NextString(value, name));
+  Run("UPDATE registry.vals SET type = -1");
+  EXPECT_THROW(Writable("k")->NextValue(buffer, &type, name), cppdb::cppdb_error);
   Replace("get_value(p_path text, p_name text)", "TABLE (type smallint, value text)",
           "SELECT 1::smallint, NULL");
   Replace("has_value(p_path text, p_name text)", "boolean", "SELECT NULL::boolean");
   Replace("get_values_cnt(p_path text)", "integer", "SELECT NULL::integer");
   Replace("get_subkeys(p_path text)", "SETOF text", "VALUES ('k\\'), (NULL)");
-  KeyPtr key = Writable("k");
   LogCapture log;
-  ValueBuffer buffer;
-  ValueType type;
   EXPECT_EQ(key->GetValue(buffer, &type, "v"), 0);
   EXPECT_FALSE(key->CheckValueExists("v"));
   EXPECT_EQ(key->CountValues(), 0u);
-  EXPECT_EQ(log.Texts(), (Texts{"ReqistryKeyDB: CheckValueExists failed: cppdb::null_value_fetch "
-                                "attempt fetch null column",
-                                "ReqistryKeyDB: CountValues failed: cppdb::null_value_fetch "
-                                "attempt fetch null column"}));
-  std::string name = "unchanged";
+  const std::string null = " failed: cppdb::null_value_fetch attempt fetch null column";
+  EXPECT_EQ(log.Texts(), (Texts{"ReqistryKeyDB: CheckValueExists" + null,
+                                "ReqistryKeyDB: CountValues" + null}));
+  name = "unchanged";
   ASSERT_TRUE(key->NextSubKeyName(name));
   EXPECT_EQ(name, "");
   EXPECT_FALSE(key->NextSubKeyName(name));
 }
 
-// A subkey whose session cannot be opened is skipped as null; the cursor
-// goes on to the next row.
-TEST_F(DBKeyTest, NextSubKeyWithoutConnectionYieldsNullAndMovesOn) {
-  auto backend = std::make_shared<DBBackend>();
-  ASSERT_TRUE(backend->Init(db_->spec() + "@pool_size=0;"));
-  Store("k\\a");
-  Store("k\\b");
-  KeyPtr key = backend->Create("", 0, true, "k", false);
-  EXPECT_EQ(key->CountSubKeys(), 2u);
-  const std::string allow = "ALTER DATABASE " + db_->name() + " WITH ALLOW_CONNECTIONS ";
-  {
-    LogCapture log;
-    testing::RunSql(testing::PgSpec(), allow + "false");
-    EXPECT_EQ(key->NextSubKey(true), nullptr);
-    EXPECT_EQ(log.Texts().at(0).substr(0, 35), "ReqistryKeyDB: OpenSession failed: ");
-  }
-  testing::RunSql(testing::PgSpec(), allow + "true");
-  EXPECT_EQ(key->NextSubKey(true)->GetName(), "b");
-}
-
-// Init leaves its connection in the pool for the first key; the one-time
-// setting of a new connection is not made again when the pool hands it out.
-// An idle limit given in the specification stands.
-TEST_F(DBKeyTest, PoolReusesInitConnectionWithItsSettings) {
+// Init leaves its connection, set up once, in the pool for the first key; an idle limit given
+// in the specification stands. Without a pool, a subkey whose session cannot open is skipped
+// as null and the cursor moves on to the next row.
+TEST_F(DBKeyTest, PoolAndSessions) {
   EXPECT_EQ(PoolConnectionInfo("postgresql:@pool_max_idle=60;").get("@pool_max_idle"), "60");
-  const std::string count =
-      "SELECT count(*) FROM pg_stat_activity WHERE datname = '" + db_->name() + "'";
-  EXPECT_EQ(testing::QuerySql(testing::PgSpec(), count), "1");
+  const std::string count = "SELECT count(*) FROM pg_stat_activity WHERE datname = '" + name_ + "'";
+  EXPECT_EQ(QuerySql(server_, count), "1");
   auto query = [this](const char* sql) {
     cppdb::result row = backend_->ConnectSession().create_statement(sql).query();
     return row.next() ? row.get<std::string>(0) : std::string();
@@ -184,7 +179,20 @@ TEST_F(DBKeyTest, PoolReusesInitConnectionWithItsSettings) {
   EXPECT_EQ(query("SHOW client_min_messages"), "error");
   backend_->ConnectSession().create_statement("SET client_min_messages = notice").exec();
   EXPECT_EQ(query("SHOW client_min_messages"), "notice");
-  EXPECT_EQ(testing::QuerySql(testing::PgSpec(), count), "1");
+  EXPECT_EQ(QuerySql(server_, count), "1");
+  auto backend = std::make_shared<DBBackend>();
+  ASSERT_TRUE(backend->Init(spec_ + "@pool_size=0;"));
+  Store("k\\a");
+  Store("k\\b");
+  KeyPtr key = backend->Create("", 0, true, "k", false);
+  EXPECT_EQ(key->CountSubKeys(), 2u);
+  const std::string allow = "ALTER DATABASE " + name_ + " WITH ALLOW_CONNECTIONS ";
+  LogCapture log;
+  RunSql(server_, allow + "false");
+  EXPECT_EQ(key->NextSubKey(true), nullptr);
+  EXPECT_EQ(log.Texts().at(0).substr(0, 35), "ReqistryKeyDB: OpenSession failed: ");
+  RunSql(server_, allow + "true");
+  EXPECT_EQ(key->NextSubKey(true)->GetName(), "b");
 }
 
 }  // namespace

@@ -2,7 +2,9 @@
 // Each test works below a top-level key of its own, so processes may run in parallel.
 #include <algorithm>
 #include <climits>
+#include <cstdlib>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <unistd.h>
@@ -10,7 +12,6 @@
 #include <gtest/gtest.h>
 
 #include "registry/backend.h"
-#include "registry/db_test_util.h"
 #include "registry/key.h"
 #include "support/log_test_util.h"
 
@@ -20,8 +21,9 @@ namespace {
 using Names = std::vector<std::string>;
 
 std::vector<std::string> ContractSpecs() {
-  if (testing::PgSpec() == nullptr) return {"memory:"};
-  return {"memory:", testing::PgSpec()};
+  const char* spec = std::getenv("HIVECTL_PG_SPEC");
+  if (spec == nullptr || *spec == '\0') return {"memory:"};
+  return {"memory:", spec};
 }
 
 template <typename T>
@@ -85,11 +87,7 @@ class KeyContractTest : public ::testing::TestWithParam<std::string> {
 TEST_P(KeyContractTest, SetAndGetEveryTypeAndSize) {
   std::string all_bytes;
   for (int i = 0; i < 256 * 4096; ++i) all_bytes.push_back(static_cast<char>(i * 7));
-  const struct {
-    const char* name;
-    ValueType type;
-    std::string stored;
-  } cases[] = {
+  const std::tuple<const char*, ValueType, std::string> cases[] = {
       {"i32", kTypeI32, Raw<int32_t>(INT32_MIN)},     {"i64", kTypeI64, Raw<int64_t>(INT64_MIN)},
       {"i64max", kTypeI64, Raw<int64_t>(INT64_MAX)},  {"empty", kTypeStr, WithNul("")},
       {"text", kTypeStr, WithNul("h\xc3\xa9llo, \"w\"\\\n")},
@@ -98,22 +96,22 @@ TEST_P(KeyContractTest, SetAndGetEveryTypeAndSize) {
       {"one", kTypeBin, std::string(1, '\0')},        {"nothing", kTypeBin, ""},
   };
   KeyPtr key = Open("values", false, true);
-  for (const auto& c : cases) {
-    ASSERT_TRUE(key->SetValue(c.stored.data(), c.stored.size(), c.type, c.name)) << c.name;
+  for (const auto& [name, type, stored] : cases) {
+    ASSERT_TRUE(key->SetValue(stored.data(), stored.size(), type, name)) << name;
   }
   const int64_t number = 42;
   EXPECT_FALSE(key->SetValue(&number, 3, kTypeI32, "refused"));
   EXPECT_FALSE(key->SetValue(&number, 4, kTypeI64, "refused"));
   EXPECT_FALSE(key->SetValue(&number, 8, static_cast<ValueType>(4), "refused"));
   KeyPtr reader = Open("values", true);
-  for (const auto& c : cases) {
-    const std::string expected = c.type == kTypeStr ? WithNul(c.stored.c_str()) : c.stored;
+  for (const auto& [name, stored_type, stored] : cases) {
+    const std::string expected = stored_type == kTypeStr ? WithNul(stored.c_str()) : stored;
     ValueBuffer out;
     ValueType type = static_cast<ValueType>(-1);
-    const int64_t result = reader->GetValue(out, &type, c.name);
-    ASSERT_EQ(result, static_cast<int64_t>(expected.size())) << c.name;
-    EXPECT_TRUE(std::string(out.get(), result) == expected) << c.name;
-    EXPECT_EQ(type, result > 0 ? c.type : type) << c.name;
+    const int64_t result = reader->GetValue(out, &type, name);
+    ASSERT_EQ(result, static_cast<int64_t>(expected.size())) << name;
+    EXPECT_TRUE(std::string(out.get(), result) == expected) << name;
+    EXPECT_EQ(type, result > 0 ? stored_type : type) << name;
   }
   EXPECT_TRUE(reader->CheckValueExists("nothing"));
   EXPECT_FALSE(reader->CheckValueExists("refused"));
@@ -137,12 +135,7 @@ TEST_P(KeyContractTest, SharedConversions) {
     ASSERT_TRUE(key->SetValue(text, 6, kTypeStr, text));
   }
   ASSERT_TRUE(key->SetValue("\x01\x02\x03", 3, kTypeBin, "bin"));
-  const struct {
-    const char* name;
-    ValueType wanted;
-    int64_t result;
-    std::string bytes;
-  } cases[] = {
+  const std::tuple<const char*, ValueType, int64_t, std::string> cases[] = {
       {"seven", kTypeStr, 2, WithNul("7")},      {"minus", kTypeI64, 8, Raw<int64_t>(-1)},
       {"huge", kTypeI32, 4, Raw<int32_t>(-1)},   {"tiny", kTypeI32, 4, Raw<int32_t>(INT32_MIN)},
       {"huge", kTypeStr, 11, WithNul("5000000000")},
@@ -151,11 +144,11 @@ TEST_P(KeyContractTest, SharedConversions) {
       {"bin", kTypeI64, 0, ""},                  {"bin", kTypeStr, 0, ""},
       {"missing", kTypeStr, 0, ""},
   };
-  for (const auto& c : cases) {
+  for (const auto& [name, wanted, expected, bytes] : cases) {
     ValueBuffer out;
-    const int64_t result = key->GetValue(out, c.wanted, c.name);
-    EXPECT_EQ(result, c.result) << c.name << " " << c.wanted;
-    EXPECT_EQ(std::string(out.get(), result > 0 ? result : 0), c.bytes) << c.name;
+    const int64_t result = key->GetValue(out, wanted, name);
+    EXPECT_EQ(result, expected) << name << " " << wanted;
+    EXPECT_EQ(std::string(out.get(), result > 0 ? result : 0), bytes) << name;
   }
   std::string text = "unchanged";
   EXPECT_FALSE(key->GetString(text, "bin"));

@@ -1,5 +1,4 @@
-// The memory tree, and what only the memory backend over it does; the shared
-// behaviour of keys is in key_contract_test.cc.
+// The memory tree, and what only the memory backend does (shared: key_contract_test.cc).
 #include "registry/memory_tree.h"
 
 #include <atomic>
@@ -18,39 +17,28 @@
 namespace regkey {
 namespace {
 
-std::vector<std::string> ValueNames(Node& node) {
-  std::vector<std::string> names;
-  std::string name;
-  for (uint64_t i = 0; !node.FetchValueAt(i, name).empty(); ++i) names.push_back(name);
-  return names;
-}
-
 std::string Printed(const Node& node, int step = 2, int indent = 0) {
   std::ostringstream out;
   node.Print(out, step, indent);
   return out.str();
 }
 
-// Names sort without regard to ASCII case, other bytes between the letters;
-// the first spelling stays; a name ends at its first NUL.
-TEST(MemoryTreeTest, NamesOrderSpellingAndNul) {
+// Names sort without regard to ASCII case, other bytes between the letters; the first spelling
+// stays; a name ends at its first NUL. In a merge source values overwrite and subtrees merge;
+// a subtree the target lacks is copied, not shared.
+TEST(MemoryTreeTest, NamesMergeAndPrint) {
   Node node;
   for (const char* name : {"B", "a", "_x", "C", "{", "[", "\xc3\xa9", "b"}) {
     node.StoreValue(name, StoredValue(int32_t{1}));
   }
   node.StoreValue(std::string("a\0z", 3), StoredValue(int32_t{2}));
-  EXPECT_EQ(ValueNames(node),
-            (std::vector<std::string>{"[", "_x", "a", "B", "C", "{", "\xc3\xa9"}));
+  EXPECT_EQ(Printed(node),
+            "[: 1i32\n_x: 1i32\na: 2i32\nB: 1i32\nC: 1i32\n{: 1i32\n\xc3\xa9: 1i32\n");
   EXPECT_EQ(node.FetchValue("A").int32(), 2);
   std::shared_ptr<Node> child = node.FindSubKey("Bar", true);
   EXPECT_EQ(node.FindSubKey("BAR", true), child);
   EXPECT_EQ(node.TakeSubKey("bar"), child);
   EXPECT_EQ(node.FindSubKey("bar", false), nullptr);
-}
-
-// Values of the source overwrite, subtrees merge; a subtree the target lacks
-// is copied, not shared. Print shows the result.
-TEST(MemoryTreeTest, MergeFromAndPrint) {
   Node target;
   target.StoreValue("X", StoredValue(std::string("old")));
   std::shared_ptr<Node> shared = target.FindSubKey("Shared", true);
@@ -68,8 +56,7 @@ TEST(MemoryTreeTest, MergeFromAndPrint) {
   EXPECT_NE(target.FindSubKey("fresh", false), fresh);
 }
 
-// Many threads create the same subkeys, spelled differently, at once: each
-// name ends up as one entry and one node.
+// Threads creating the same subkeys at once, spelled differently, get one entry and node each.
 TEST(MemoryTreeTest, ConcurrentCreatorsAgree) {
   constexpr int kThreads = 8, kNames = 200;
   Node root;
@@ -85,10 +72,8 @@ TEST(MemoryTreeTest, ConcurrentCreatorsAgree) {
   }
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(root.SubKeyCountUnlocked(), static_cast<size_t>(kNames));
-  for (int i = 0; i < kNames; ++i) {
-    for (int t = 0; t < kThreads; ++t) EXPECT_EQ(seen[t][i], seen[0][i]) << t << " " << i;
-    EXPECT_EQ(seen[0][i]->ValueCountUnlocked(), 1u);
-  }
+  for (int t = 1; t < kThreads; ++t) EXPECT_EQ(seen[t], seen[0]) << t;
+  for (const auto& node : seen[0]) EXPECT_EQ(node->ValueCountUnlocked(), 1u);
 }
 
 // Clones and merges run while a writer changes the source.
@@ -112,25 +97,14 @@ TEST(MemoryTreeTest, ConcurrentCloneMergeAndWrites) {
   EXPECT_EQ(Printed(target), Printed(*source));
 }
 
-class MemoryBackendTest : public ::testing::Test {
- protected:
-  void SetUp() override { ASSERT_TRUE(backend.Init("memory:")); }
-  KeyPtr Open(std::string_view path, bool read_only = false, bool create = false,
-              std::string_view root = "") {
-    return backend.Create(root, 0, read_only, path, create);
-  }
-  std::string Dumped() {
-    ::testing::internal::CaptureStderr();
-    backend.Dump();
-    return ::testing::internal::GetCapturedStderr();
-  }
+// A null name throws; str data is read up to its NUL, bin data may be null; a failed read
+// keeps the caller's block. Empty names and components: remove finds nothing, rename and copy
+// refuse an empty or bad source quietly, and a destination may create them.
+TEST(MemoryBackendTest, NamesReadsAndDetachedKeys) {
   MemoryBackend backend;
-};
-
-// A null name throws; str data is read up to its NUL, bin data may be null;
-// a failed read keeps the caller's block.
-TEST_F(MemoryBackendTest, NullNameAndFailedRead) {
-  KeyPtr key = Open("k", false, true);
+  ASSERT_TRUE(backend.Init("memory:"));
+  auto open = [&](std::string_view path) { return backend.Create("", 0, false, path, true); };
+  KeyPtr key = open("k");
   int64_t wide = 5;
   EXPECT_THROW(key->SetValue(&wide, 8, kTypeI64, nullptr), std::logic_error);
   EXPECT_TRUE(key->SetValue(nullptr, 0, kTypeBin, "nothing"));
@@ -140,14 +114,9 @@ TEST_F(MemoryBackendTest, NullNameAndFailedRead) {
   const char* block = out.get();
   EXPECT_EQ(key->GetValue(out, kTypeI32, "nothing"), 0);
   EXPECT_EQ(out.get(), block);
-}
-
-// Empty names and components: remove finds nothing, rename and copy refuse
-// an empty or bad source quietly, and a destination may create them.
-TEST_F(MemoryBackendTest, EmptyComponentsAndDetachedKeys) {
-  Open("a\\b", false, true);
-  KeyPtr top = Open("");
-  KeyPtr held = Open("a\\b");
+  KeyPtr top = open("");
+  KeyPtr held = open("a\\b");
+  EXPECT_TRUE(top->RemoveKey("k"));
   EXPECT_TRUE(top->RemoveKey(""));
   EXPECT_TRUE(top->RemoveKey("a\\\\b"));
   LogCapture log;
@@ -157,11 +126,14 @@ TEST_F(MemoryBackendTest, EmptyComponentsAndDetachedKeys) {
   EXPECT_TRUE(log.Texts().empty());
   EXPECT_TRUE(top->CopyKey("a", "c\\\\d"));
   EXPECT_TRUE(top->RenameKey("c\\\\d", "e\\"));
-  EXPECT_EQ(Dumped(), "a\\\n  b\\\nc\\\n  \\\ne\\\n  \\\n    b\\\n");
+  ::testing::internal::CaptureStderr();
+  backend.Dump();
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+            "a\\\n  b\\\nc\\\n  \\\ne\\\n  \\\n    b\\\n");
   EXPECT_TRUE(top->RemoveKey("a"));
   EXPECT_TRUE(held->SetValue("x", 2, kTypeStr, "v"));  // a detached key lives on
   EXPECT_TRUE(held->CheckValueExists("v"));
-  EXPECT_FALSE(Open("a\\b")->IsValid());
+  EXPECT_FALSE(backend.Create("", 0, false, "a\\b", false)->IsValid());
 }
 
 }  // namespace

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -28,11 +30,9 @@ std::string Decode(const std::string& text) {
 // Position of the first error, or -1 for valid text.
 long Validate(const std::string& text) {
   size_t position = 12345;
-  if (Base64Validate(text.data(), text.size(), position)) {
-    EXPECT_EQ(position, 12345u) << "position written for valid text";
-    return -1;
-  }
-  return static_cast<long>(position);
+  const bool valid = Base64Validate(text.data(), text.size(), position);
+  EXPECT_TRUE(!valid || position == 12345u) << "position written for valid text " << text;
+  return valid ? -1 : static_cast<long>(position);
 }
 
 TEST(Base64Test, RfcVectorsAndAllBytesRoundTrip) {
@@ -43,55 +43,46 @@ TEST(Base64Test, RfcVectorsAndAllBytesRoundTrip) {
       {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"},
       {"\xff", "/w=="},  {"\xff\xff", "//8="},  {bytes, Encode(bytes)}};
   for (const auto& [raw, text] : cases) {
-    const std::string encoded = Encode(raw);
-    EXPECT_EQ(encoded, text);
-    EXPECT_EQ(Validate(encoded), -1) << encoded;
-    EXPECT_EQ(Decode(encoded), raw) << encoded;
+    EXPECT_EQ(Encode(raw), text);
+    EXPECT_EQ(Validate(text), -1) << text;
+    EXPECT_EQ(Decode(text), raw) << text;
   }
 }
 
-// Nothing is written without room, the size is told in every case, and no
-// terminator is added.
+// Nothing is written without room, the size is told in every case, no terminator is added.
 TEST(Base64Test, SizeProtocol) {
-  char buffer[8] = {'x', 'x', 'x', 'x', 'x', 'x', 'x', 'x'};
-  size_t size = 0;
-  EXPECT_FALSE(Base64Encode("", 0, nullptr, size));
-  EXPECT_TRUE(Base64Encode("", 0, buffer, size));
-  size = 3;
-  EXPECT_FALSE(Base64Encode("foo", 3, buffer, size));
-  EXPECT_EQ(size, 4u);
-  size = 7;
-  EXPECT_FALSE(Base64Decode("=", 1, nullptr, size));
-  EXPECT_EQ(size, 0u);
-  EXPECT_TRUE(Base64Decode("=", 1, buffer, size));
-  size = 2;
-  EXPECT_FALSE(Base64Decode("Zm9v", 4, buffer, size));
-  EXPECT_EQ(size, 3u);
-  EXPECT_EQ(std::string(buffer, 8), "xxxxxxxx");
-  size = sizeof buffer;
-  EXPECT_TRUE(Base64Encode("foo", 3, buffer, size) && size == 4);
-  size = sizeof buffer;
-  EXPECT_TRUE(Base64Decode("Zm9v", 4, buffer + 4, size) && size == 3);
-  EXPECT_EQ(std::string(buffer, 8), "Zm9vfoox");
+  char buffer[] = "xxxxxxxx";
+  std::ostringstream calls;  // "result:size " of each call
+  const auto call = [&calls](bool encode, std::string_view input, char* out, size_t size) {
+    calls << (encode ? Base64Encode(input.data(), input.size(), out, size)
+                     : Base64Decode(input.data(), input.size(), out, size))
+          << ':' << size << ' ';
+  };
+  call(true, "", nullptr, 0);
+  call(true, "", buffer, 0);
+  call(true, "foo", buffer, 3);
+  call(false, "=", nullptr, 7);
+  call(false, "=", buffer, 0);
+  call(false, "Zm9v", buffer, 2);
+  calls << buffer << ' ';
+  call(true, "foo", buffer, 8);
+  call(false, "Zm9v", buffer + 4, 8);
+  EXPECT_EQ(calls.str() + buffer, "0:0 1:0 0:4 0:0 1:0 0:3 xxxxxxxx 1:4 1:3 Zm9vfoox");
 }
 
-TEST(Base64Test, DecodePaddingIsOptionalAndTrusted) {
-  for (const char* text : {"Zm8", "Zg", "Zg=", "+/+/"}) EXPECT_EQ(Validate(text), -1) << text;
-  // One character left over gives nothing; only trailing padding counts ("====" is
-  // two characters of zero bits); bytes outside the alphabet are zero bits, unchecked.
-  const std::pair<std::string, std::string> cases[] = {
+// Decoding: padding optional, a lone last character gives nothing, only trailing padding counts
+// ("====" is two zero characters), bytes outside the alphabet are zero bits. Validation: spare
+// bits zero, padding only where a group is short, no white space, no URL-safe alphabet.
+TEST(Base64Test, DecodeTrustsAndValidateFindsFirstBadByte) {
+  const std::pair<std::string, std::string> decoded[] = {
       {"Zm8", "fo"},          {"Zm9vYg", "foob"},       {"Zm9vY", "foo"},
       {"====", std::string(1, '\0')}, {"Zm9v\n", Decode("Zm9vA")}, {"*m9v", Decode("Am9v")}};
-  for (const auto& [text, bytes] : cases) EXPECT_EQ(Decode(text), bytes) << text;
-}
-
-TEST(Base64Test, ValidateFindsFirstBadByte) {
-  // Spare bits must be zero; padding only where a group is short; no
-  // white space; no URL-safe alphabet.
+  for (const auto& [text, bytes] : decoded) EXPECT_EQ(Decode(text), bytes) << text;
   const std::pair<std::string, long> cases[] = {
-      {"Zh", 1},    {"Zm9", 2},   {"Zg=x", 3},  {"Z", 0},        {"Zm9vY", 4},
-      {"Zm9v=", 4}, {" Zm9v", 0}, {"Zm9v\r\n", 4}, {"Zg===", 4},  {"Zm8==", 4},
-      {"====", 0},  {"Zg-v", 2},  {std::string("Zg\0v", 4), 2}};
+      {"Zm8", -1},  {"Zg", -1},   {"Zg=", -1},  {"+/+/", -1},    {"Zh", 1},
+      {"Zm9", 2},   {"Zg=x", 3},  {"Z", 0},     {"Zm9vY", 4},    {"Zm9v=", 4},
+      {" Zm9v", 0}, {"Zm9v\r\n", 4}, {"Zg===", 4},  {"Zm8==", 4}, {"====", 0},
+      {"Zg-v", 2},  {std::string("Zg\0v", 4), 2}};
   for (const auto& [text, position] : cases) EXPECT_EQ(Validate(text), position) << text;
 }
 

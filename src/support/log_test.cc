@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -36,18 +37,17 @@ std::string LocalTimeNow() {
   const time_t seconds = static_cast<time_t>(millis / 1000);
   tm local{};
   localtime_r(&seconds, &local);
-  char text[64];
-  snprintf(text, sizeof text, "%02d/%02d/%04d %02d:%02d:%02d.%03d", local.tm_mday,
-           local.tm_mon + 1, local.tm_year + 1900, local.tm_hour, local.tm_min, local.tm_sec,
-           static_cast<int>(millis % 1000));
-  return text;
+  std::ostringstream text;
+  text << std::put_time(&local, "%d/%m/%Y %H:%M:%S.") << std::setfill('0') << std::setw(3)
+       << millis % 1000;
+  return text.str();
 }
 
-// A fresh thread has no cached date, so the zone set here is the one used.
-TEST(LogTest, HeaderLayoutThreaded) {
-  LogCapture log;
-  const char* old_zone = getenv("TZ");
-  const std::string saved_zone = old_zone != nullptr ? old_zone : "";
+// The time in the zone set here, as a fresh thread has no cached date; level and module
+// columns and labels; stdout without a file.
+TEST(LogTest, HeaderColumnsThreaded) {
+  LogCapture zoned;
+  const std::string saved_zone = getenv("TZ") != nullptr ? getenv("TZ") : "UTC";
   setenv("TZ", "XST-5:30", 1);
   tzset();
   std::string before, after;
@@ -60,15 +60,11 @@ TEST(LogTest, HeaderLayoutThreaded) {
       after = LocalTimeNow();
     }
   }).join();
-  if (old_zone != nullptr) setenv("TZ", saved_zone.c_str(), 1); else unsetenv("TZ");
+  setenv("TZ", saved_zone.c_str(), 1);
   tzset();
   ASSERT_EQ(before, after);
-  EXPECT_EQ(log.Text().substr(log.Text().size() - 49),
+  EXPECT_EQ(zoned.Text().substr(zoned.Text().size() - 49),
             before + " |3| " + ThreadColumn(thread_id) + "|   OTHER| abc\n");
-}
-
-// Level and module columns and labels; stdout without a file.
-TEST(LogTest, LevelModuleColumnsAndFilter) {
   LogCapture log;
   LogSetup(9, kLogModuleOther | 0x2);
   { LogLine(9, 0x2) << "storage"; }
@@ -79,7 +75,6 @@ TEST(LogTest, LevelModuleColumnsAndFilter) {
             " |0| " + ThreadColumn(CurrentThreadId()) + "| UNKNOWN| unknown\n");
   EXPECT_STREQ(LogModuleLabel(0), "   NONE");
   EXPECT_STREQ(LogModuleLabel(0x80000000), " QV_PHP");
-
   LogSetup(0, 0);
   LogSetFile(nullptr);
   ::testing::internal::CaptureStdout();
@@ -90,9 +85,16 @@ TEST(LogTest, LevelModuleColumnsAndFilter) {
             " |0| " + ThreadColumn(CurrentThreadId()) + "|   OTHER| to stdout\n");
 }
 
-// Line feeds are added only where missing; empty lines are dropped; Rewind
-// keeps the header; text is cut at the limit, Format included.
-TEST(LogTest, LineEndsRewindAndLimit) {
+// Groups thousands with a comma, to show a locale left behind by a line.
+struct CommaGrouping : std::numpunct<char> {
+  char do_thousands_sep() const override { return ','; }
+  std::string do_grouping() const override { return "\3"; }
+};
+
+// Line feeds added only where missing, empty lines dropped, Rewind keeping the header, text
+// cut at the limit (Format included); no stream state of a line or of a pooled object another
+// thread takes leaks into the next line; lines the filter leaves out are inert.
+TEST(LogTest, LineTextsThreaded) {
   LogCapture log;
   { LogLine(1, kLogModuleOther) << "abc"; }
   { LogLine(1, kLogModuleOther) << "abc\n"; }
@@ -111,21 +113,6 @@ TEST(LogTest, LineEndsRewindAndLimit) {
     EXPECT_TRUE(line.Format("%s", std::string(70000, 'c').c_str()));
     EXPECT_TRUE(line.Format("%s", "after"));
   }
-  EXPECT_EQ(log.Texts(), (Texts{"abc", "abc", "second",
-                                std::string(kMaxText - 1, 'b') + "c", "ab5-x00ff",
-                                "start " + std::string(kMaxText - 6, 'c')}));
-}
-
-// Groups thousands with a comma, to show a locale left behind by a line.
-struct CommaGrouping : std::numpunct<char> {
-  char do_thousands_sep() const override { return ','; }
-  std::string do_grouping() const override { return "\3"; }
-};
-
-// Neither the stream state of a line nor that of a pooled object taken by
-// another thread leaks into the next line.
-TEST(LogTest, FormatStateDoesNotLeakThreaded) {
-  LogCapture log;
   {
     LogLine line(1, kLogModuleOther);
     line.stream().imbue(std::locale(std::locale::classic(), new CommaGrouping));
@@ -136,12 +123,6 @@ TEST(LogTest, FormatStateDoesNotLeakThreaded) {
   }
   { LogLine(1, kLogModuleOther).stream() << 1234567 << ' ' << 3.14159 << std::setw(4) << 7; }
   std::thread([] { LogLine(1, kLogModuleOther).stream() << std::setw(4) << 255; }).join();
-  EXPECT_EQ(log.Texts(), (Texts{"ff", "0X12D,687 3.1", "1234567 3.14159   7", " 255"}));
-}
-
-// The level and module filter makes lines inert.
-TEST(LogTest, NullTextErrorCodesAndInertLines) {
-  LogCapture log;
   const boost::system::error_code code(13, boost::system::system_category());
   { LogLine(1, kLogModuleOther) << "a " << static_cast<const char*>(nullptr) << " b " << code; }
   LogLine too_detailed(5, kLogModuleOther);
@@ -151,11 +132,13 @@ TEST(LogTest, NullTextErrorCodesAndInertLines) {
   EXPECT_TRUE(LogLine(1, 0x2).inert());
   EXPECT_FALSE(LogLine(0, 0).inert());
   EXPECT_TRUE(LogEnabled(4, kLogModuleOther | 0x2));
-  EXPECT_EQ(log.Texts(), Texts{"a (null) b (EACCES) " + code.message()});
+  EXPECT_EQ(log.Texts(), (Texts{"abc", "abc", "second", std::string(kMaxText - 1, 'b') + "c",
+                                "ab5-x00ff", "start " + std::string(kMaxText - 6, 'c'), "ff",
+                                "0X12D,687 3.1", "1234567 3.14159   7", " 255",
+                                "a (null) b (EACCES) " + code.message()}));
 }
 
-// The name table against libc's own names of the same numbers; the
-// stream's format flags must not change the numbers.
+// The name table against libc's names of the same numbers; stream format flags do not apply.
 TEST(LogErrorCodeTest, NamesNumbersAndCategories) {
   const auto text = [](int value, const boost::system::error_category& category) {
     std::ostringstream stream;
@@ -173,77 +156,64 @@ TEST(LogErrorCodeTest, NamesNumbersAndCategories) {
   EXPECT_EQ(text(2, generic), "(generic:2) " + generic.message(2));
 }
 
-TEST(LogTest, LogLockHoldsBackLinesThreaded) {
+// Lines of threads stay whole and in order; none is written while LogLock holds them back.
+TEST(LogTest, ConcurrentLinesStayWholeAndWaitForLogLock) {
   LogCapture log;
-  std::atomic<bool> line_ended{false};
   LogLock();
-  std::thread writer([&] {
-    { LogLine(1, kLogModuleOther) << "waited"; }
-    line_ended = true;
-  });
-  std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  EXPECT_FALSE(line_ended.load());
-  LogUnlock();
-  writer.join();
-  EXPECT_EQ(log.Texts(), Texts{"waited"});
-}
-
-TEST(LogTest, ConcurrentLinesStayWhole) {
-  LogCapture log;
   constexpr int kThreads = 6, kLines = 400;
+  auto label = [](int t, int n) { return "t" + std::to_string(t) + " n" + std::to_string(n); };
   auto filler = [](int t) { return std::string(200 + 50 * t, static_cast<char>('a' + t)); };
   std::vector<std::thread> threads;
   for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([t, &filler] {
+    threads.emplace_back([t, &label, &filler] {
       for (int n = 0; n < kLines; ++n) {
         LogLine outer(1, kLogModuleOther);  // two lines open at once use the pool
         { LogLine(1, kLogModuleOther) << "inner"; }
-        outer << ("t" + std::to_string(t) + " n" + std::to_string(n)).c_str();
+        outer << label(t, n).c_str();
         outer.Format(" %s", filler(t).c_str());
       }
     });
   }
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  EXPECT_EQ(log.Text(), "");
+  LogUnlock();
   for (auto& thread : threads) thread.join();
-  std::vector<int> next_line(kThreads, 0);
-  const Texts texts = log.Texts();
-  ASSERT_EQ(texts.size(), static_cast<size_t>(2 * kThreads * kLines));
-  for (const std::string& text : texts) {
-    if (text == "inner") continue;
-    const int t = text[1] - '0';
-    ASSERT_TRUE(t >= 0 && t < kThreads) << text;
-    EXPECT_EQ(text, "t" + std::to_string(t) + " n" + std::to_string(next_line[t]++) + " " +
-                        filler(t));
+  Texts texts = log.Texts(), expected;
+  const auto by_thread = [](const auto& a, const auto& b) { return a.at(1) < b.at(1); };
+  std::stable_sort(texts.begin(), texts.end(), by_thread);  // "inner" last
+  for (int i = 0; i < kThreads * kLines; ++i) {
+    expected.push_back(label(i / kLines, i % kLines) + " " + filler(i / kLines));
   }
-  for (int t = 0; t < kThreads; ++t) EXPECT_EQ(next_line[t], kLines);
+  expected.resize(2 * kThreads * kLines, "inner");
+  EXPECT_EQ(texts, expected);
 }
 
-// A line logged by an exit handler that runs after the log's own teardown:
-// registered before any static object exists, so it runs after their
-// destructors, the pool's teardown included.
+// A line logged by an exit handler registered before any static object exists, so it
+// runs after their destructors, the log pool's teardown included.
 std::atomic<bool> log_at_exit{false};
 void LogLateLine() {
   if (log_at_exit) LogLine(0, kLogModuleOther) << "late line";
 }
 __attribute__((constructor(101))) void RegisterLateLine() { atexit(LogLateLine); }
 
-TEST(LogDeathTest, LineAfterTeardownAtExit) {
-  EXPECT_EXIT(
-      {
-        LogSetFile(stderr);
-        LogSetup(1, kLogModuleOther);
-        {
-          LogLine outer(1, kLogModuleOther);  // leaves one object cached, one pooled
-          { LogLine(1, kLogModuleOther) << "inner"; }
-          outer << "outer";
-        }
-        log_at_exit = true;
-        exit(0);
-      },
-      ::testing::ExitedWithCode(0), "inner\n.*outer\n.*late line\n$");
+void LogInnerOuterAndExit() {
+  LogSetFile(stderr);
+  LogSetup(1, kLogModuleOther);
+  {
+    LogLine outer(1, kLogModuleOther);  // leaves one object cached, one pooled
+    { LogLine(1, kLogModuleOther) << "inner"; }
+    outer << "outer";
+  }
+  log_at_exit = true;
+  exit(0);
 }
 
-// The stream buffer itself: seeking stays inside the area, output only.
-// (A full area failing the stream is LineEndsRewindAndLimit's cut.)
+TEST(LogDeathTest, LineAfterTeardownAtExit) {
+  EXPECT_EXIT(LogInnerOuterAndExit(), ::testing::ExitedWithCode(0),
+              "inner\n.*outer\n.*late line\n$");
+}
+
+// Seeking stays inside the area, output only (a full area is LineTextsThreaded's cut).
 TEST(OmembufTest, Seeking) {
   char area[8];
   basic_omembuf<char> buffer;

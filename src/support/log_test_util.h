@@ -3,6 +3,7 @@
 #define HIVECTL_SUPPORT_LOG_TEST_UTIL_H_
 
 #include <cstdio>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -26,20 +27,17 @@ class LogCapture {
 
   // Everything written so far, headers included.
   std::string Text() {
-    std::fflush(file_);
+    std::string all(std::ftell(file_), '\0');  // the whole file: the log only appends
     std::rewind(file_);
-    std::string all;
-    char chunk[4096];
-    for (size_t got; (got = std::fread(chunk, 1, sizeof chunk, file_)) > 0;) all.append(chunk, got);
+    all.resize(std::fread(all.data(), 1, all.size(), file_));
     return all;
   }
   // The lines without their 45-byte headers and line feeds.
   std::vector<std::string> Texts() {
     std::vector<std::string> texts;
-    const std::string all = Text();
-    for (size_t start = 0, end; (end = all.find('\n', start)) != std::string::npos;
-         start = end + 1) {
-      texts.push_back(end - start >= 45 ? all.substr(start + 45, end - start - 45) : "SHORT");
+    std::istringstream lines(Text());
+    for (std::string line; std::getline(lines, line);) {
+      texts.push_back(line.size() >= 45 ? line.substr(45) : "SHORT");
     }
     return texts;
   }

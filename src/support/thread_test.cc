@@ -11,21 +11,6 @@
 
 namespace {
 
-// A null name leaves the name alone; the id is the kernel's, the process id
-// on the main thread.
-TEST(ThreadTest, NameAndIdThreaded) {
-  EXPECT_EQ(CurrentThreadId(), static_cast<int>(getpid()));
-  std::thread([] {
-    char name[32] = {};
-    SetThreadName("import-worker");
-    SetThreadName(nullptr);
-    pthread_getname_np(pthread_self(), name, sizeof name);
-    EXPECT_STREQ(name, "import-worker");
-    EXPECT_GT(CurrentThreadId(), 0);
-    EXPECT_NE(CurrentThreadId(), static_cast<int>(getpid()));
-  }).join();
-}
-
 std::atomic<int> signals_caught{0};
 void CountSignal(int) { signals_caught.fetch_add(1); }
 
@@ -35,8 +20,7 @@ TEST(ThreadTest, SleepForResumesAfterSignalsThreaded) {
   action.sa_handler = CountSignal;
   ASSERT_EQ(sigaction(SIGUSR1, &action, &previous), 0);
   signals_caught = 0;
-  const pthread_t sleeper = pthread_self();
-  std::thread interrupter([&] {
+  std::thread interrupter([sleeper = pthread_self()] {
     for (int i = 0; i < 3; ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(40));
       pthread_kill(sleeper, SIGUSR1);
@@ -58,9 +42,18 @@ TEST(ThreadTest, RoundRobinHeights) {
   for (const auto& h : heights) EXPECT_EQ(RoundRobinHeight(h[0], h[1], h[2]), h[3]) << h[0];
 }
 
-// True reports a refused pthread_setschedparam, false a change made.
-TEST(ThreadTest, SetThreadPriorityInvertedResultThreaded) {
+// A null name leaves the name alone; the id is the kernel's, the process id on the main
+// thread. SetThreadPriority's true reports a refused pthread_setschedparam, false a change.
+TEST(ThreadTest, NameIdAndPriorityThreaded) {
+  EXPECT_EQ(CurrentThreadId(), static_cast<int>(getpid()));
   std::thread([] {
+    char name[32] = {};
+    SetThreadName("import-worker");
+    SetThreadName(nullptr);
+    pthread_getname_np(pthread_self(), name, sizeof name);
+    EXPECT_STREQ(name, "import-worker");
+    EXPECT_GT(CurrentThreadId(), 0);
+    EXPECT_NE(CurrentThreadId(), static_cast<int>(getpid()));
     pthread_t self = pthread_self();
     int policy = -1, policy_before = -1;
     sched_param param{};

@@ -23,7 +23,7 @@ TEST(ImportWorkerCountTest, OneWorkerPerFullBatchWithinTheLimit) {
 }
 
 // Counts stores, key opens and storing threads; each thread's first store waits
-// (up to two seconds) for `expected_threads`, so every started worker is seen.
+// (up to two seconds) for kThreads, so every started worker is seen.
 class RecordingBackend final : public regkey::Backend {
  public:
   regkey::KeyPtr Create(std::string_view, int, bool, std::string_view, bool) override {
@@ -36,7 +36,8 @@ class RecordingBackend final : public regkey::Backend {
 
   std::mutex mutex;
   std::condition_variable arrived;
-  size_t expected_threads = 0, stores = 0, creates = 0;
+  static constexpr size_t kThreads = 8;
+  size_t stores = 0, creates = 0;
   std::set<std::thread::id> threads;
 
  private:
@@ -48,7 +49,7 @@ class RecordingBackend final : public regkey::Backend {
       if (backend.threads.insert(std::this_thread::get_id()).second) {
         backend.arrived.notify_all();
         backend.arrived.wait_for(lock, std::chrono::seconds(2), [this] {
-          return backend.threads.size() >= backend.expected_threads;
+          return backend.threads.size() >= kThreads;
         });
       }
       return true;
@@ -57,21 +58,18 @@ class RecordingBackend final : public regkey::Backend {
   };
 };
 
-// The workers that ImportWorkerCount allows all take part, and a worker
-// opens a key only where the sorted rows change key or a batch starts.
+// Every worker ImportWorkerCount allows takes part; a key is opened per run of rows or batch.
 TEST(ImportCommandTest, ConcurrentWorkersOpenOneKeyPerRun) {
   const int kKeys = 97, kValuesPerKey = 211;  // 20467 rows: 39 batches
-  std::ostringstream csv;
-  csv << "KNAME,VNAME,TYPE,VALUE\n";
+  std::stringstream input;
+  input << "KNAME,VNAME,TYPE,VALUE\n";
   for (int v = 0; v < kValuesPerKey; ++v) {
-    for (int k = 0; k < kKeys; ++k) csv << "k" << k << ",v" << v << ",str,x\n";
+    for (int k = 0; k < kKeys; ++k) input << "k" << k << ",v" << v << ",str,x\n";
   }
-  std::istringstream input(csv.str());
   SystemEnvironment env;
   env.input = &input;
-  env.max_db_connections = 8;
+  env.max_db_connections = RecordingBackend::kThreads;
   auto recording = std::make_shared<RecordingBackend>();
-  recording->expected_threads = 8;
   const std::shared_ptr<regkey::Backend> saved = regkey::registry_backend;
   regkey::registry_backend = recording;
   std::string_view tokens[] = {"K", "-"};
@@ -81,7 +79,7 @@ TEST(ImportCommandTest, ConcurrentWorkersOpenOneKeyPerRun) {
   EXPECT_TRUE(command.Execute());
   regkey::registry_backend = saved;
   EXPECT_EQ(recording->stores, static_cast<size_t>(kKeys * kValuesPerKey));
-  EXPECT_EQ(recording->threads.size(), 8u);
+  EXPECT_EQ(recording->threads.size(), RecordingBackend::kThreads);
   EXPECT_LE(recording->creates, static_cast<size_t>(kKeys + 40));
 }
 
