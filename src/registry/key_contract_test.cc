@@ -268,8 +268,10 @@ TEST_P(KeyContractTest, ReadOnlyRefusalsAreLoggedAtLevelOne) {
   EXPECT_FALSE(Open("", true)->CopyKey("dir", "x"));
   LogSetup(0, kLogModuleOther);
   EXPECT_FALSE(key->RemoveValue("v"));
-  EXPECT_EQ(log.Texts(), (Names{"SetValue '(null)" + dir + "dir'", "RemoveValue 'v" + dir + "dir'",
-                                "RemoveKey 'sub" + dir + "dir'", "RenameKey 'sub'->'x" + dir + "dir'",
+  EXPECT_EQ(log.Texts(), (Names{"SetValue '(null)" + dir + "dir'",
+                                "RemoveValue 'v" + dir + "dir'",
+                                "RemoveKey 'sub" + dir + "dir'",
+                                "RenameKey 'sub'->'x" + dir + "dir'",
                                 "CopyKey 'dir'->'x' on read-only key '" + top_ + "'"}));
   EXPECT_EQ(log.Text()[25], '1');
   EXPECT_EQ(Tree("dir"), "{} dir\\sub{v=1}");
