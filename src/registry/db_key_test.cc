@@ -165,9 +165,9 @@ TEST_F(DBKeyTest, UnknownCodesNullAndOddRows) {
   EXPECT_FALSE(key->NextSubKeyName(name));
 }
 
-// Init leaves its connection, set up once, in the pool for the first key; an idle limit given
-// in the specification stands. Without a pool, a subkey whose session cannot open is skipped
-// as null and the cursor moves on to the next row.
+// Init leaves its connection, set up once, in the pool for the first key; an idle limit
+// given in the backend specification stands. Without a pool, a subkey whose session cannot
+// open is skipped as null and the cursor moves on to the next row.
 TEST_F(DBKeyTest, PoolAndSessions) {
   EXPECT_EQ(PoolConnectionInfo("postgresql:@pool_max_idle=60;").get("@pool_max_idle"), "60");
   const std::string count = "SELECT count(*) FROM pg_stat_activity WHERE datname = '" + name_ + "'";
