@@ -1,28 +1,64 @@
-# bash completion for qv_hivectl and its profile names       -*- shell-script -*-
+# bash completion for qv_hivectl, its profile names, qv-hivectl-schema and
+# qv-hivectl-backup                                           -*- shell-script -*-
 #
-# Completes options, command keywords, the TYPE keywords of set, and file
-# names where a command takes a file (export, import, set ... fstr|fbin).
+# qv_hivectl: options (long names in any letter case, abbreviated, or with
+# "=value"), command keywords, the TYPE keywords of set, the backend names,
+# and file names where a command takes a file (export, import,
+# set ... fstr|fbin). bash-completion's word helpers keep the colon of
+# "memory:" and the "=" of "--Backend=..." inside their words.
+
+_qv_hivectl_options='--help --ConfigFile --Backend --Root --Verbose --Progress --IgnoreErrors --MaxDBConnections'
+
+# Prints the long option that WORD (--name or --name=value) names, matched
+# as the tool matches it: in any letter case, exactly or by an unambiguous
+# abbreviation. Prints nothing for an unknown name.
+_qv_hivectl_long_option() {
+  local name=${1%%=*} option matches=()
+  name=${name,,}
+  for option in $_qv_hivectl_options; do
+    [ "${option,,}" = "$name" ] && { echo "$option"; return; }
+    [[ ${option,,} == "$name"* ]] && matches+=("$option")
+  done
+  [ ${#matches[@]} -eq 1 ] && echo "${matches[0]}"
+}
+
+# Long options that start with $cur in any letter case, and "--".
+_qv_hivectl_complete_options() {
+  local option
+  for option in $_qv_hivectl_options --; do
+    [[ ${option,,} == "${cur,,}"* ]] && COMPREPLY+=("$option")
+  done
+}
 
 _qv_hivectl() {
-  local cur=${COMP_WORDS[COMP_CWORD]}
-  local options='--help --ConfigFile --Backend --Root --Verbose --Progress --IgnoreErrors --MaxDBConnections'
-  local commands='get set exists remove rename copy removev renamev copyv export import show'
-  local types='i32 i64 str bin b16 b64 fstr fbin'
-  # Walk the words before the cursor: "arg" counts the arguments the current
-  # command still expects, "value_of" names an option whose value comes next.
-  local i word command='' arg=0 value_of='' options_done=''
-  for ((i = 1; i < COMP_CWORD; i++)); do
-    word=${COMP_WORDS[i]}
+  local cur prev words cword split
+  _init_completion -s -n : || return
+
+  # Walk the words before the cursor as the tool parses them: "arg" counts
+  # the arguments the current command still expects, "value_of" names an
+  # option whose value comes next. An unknown option, such as -5, is a
+  # command token for the tool, and so it is here.
+  local i word option command='' arg=0 value_of='' options_done=''
+  for ((i = 1; i < cword; i++)); do
+    word=${words[i]}
     if [ -n "$value_of" ]; then
-      [ "$word" = = ] || value_of=''
+      value_of=''
       continue
     fi
-    if [ -z "$options_done" ] && [ "${word:0:1}" = - ]; then
-      case ${word,,} in
-        --) options_done=1 ;;
-        -c|-b|-r|--configfile|--backend|--root|--maxdbconnections) value_of=$word ;;
+    if [ -z "$options_done" ]; then
+      case $word in
+        --) options_done=1; continue ;;
+        -[cbr]) value_of=$word; continue ;;
+        -[hcbr]*) continue ;;
+        --*=*) [ -n "$(_qv_hivectl_long_option "$word")" ] && continue ;;
+        --?*)
+          option=$(_qv_hivectl_long_option "$word")
+          case $option in
+            --ConfigFile|--Backend|--Root|--MaxDBConnections) value_of=$option; continue ;;
+            ?*) continue ;;
+          esac
+          ;;
       esac
-      continue
     fi
     if [ "$arg" -gt 0 ]; then
       arg=$((arg - 1)); [ "$arg" -gt 0 ] || command=''
@@ -36,23 +72,80 @@ _qv_hivectl() {
       *) arg=2 ;;
     esac
   done
+  [ "$split" = true ] && value_of=$(_qv_hivectl_long_option "$prev")
 
-  COMPREPLY=()
-  if [ -n "$value_of" ]; then
-    [ "$cur" = = ] && cur=''
-    case ${value_of,,} in
-      -c|--configfile) COMPREPLY=($(compgen -f -- "$cur")) ;;
-      -b|--backend) COMPREPLY=($(compgen -W 'memory: postgresql:' -- "$cur")) ;;
-    esac
-  elif [ -z "$options_done" ] && [ "${cur:0:1}" = - ]; then
-    COMPREPLY=($(compgen -W "$options --" -- "$cur"))
+  case $value_of in
+    -c|--ConfigFile) _filedir; return ;;
+    -b|--Backend)
+      COMPREPLY=($(compgen -W 'memory: postgresql:' -- "$cur"))
+      [ "${COMPREPLY[*]}" = postgresql: ] && compopt -o nospace
+      __ltrim_colon_completions "$cur"
+      return
+      ;;
+    ?*) return ;;
+  esac
+  if [ -z "$options_done" ] && [[ $cur == -* ]]; then
+    _qv_hivectl_complete_options
   elif [ "$arg" -eq 0 ]; then
-    COMPREPLY=($(compgen -W "$commands" -- "$cur"))
+    COMPREPLY=($(compgen -W 'get set exists remove rename copy removev renamev copyv export import show' -- "$cur"))
   else
     case $command:$arg in
-      set:2) COMPREPLY=($(compgen -W "$types" -- "$cur")) ;;
-      setfile:1|export:1|import:1) COMPREPLY=($(compgen -f -- "$cur")) ;;
+      set:2) COMPREPLY=($(compgen -W 'i32 i64 str bin b16 b64 fstr fbin' -- "$cur")) ;;
+      setfile:1|export:1|import:1) _filedir ;;
     esac
   fi
 }
-complete -o filenames -F _qv_hivectl qv_hivectl qv_hivectl_fa qv_hivectl_cn qv_hivectl_nc
+complete -F _qv_hivectl qv_hivectl qv_hivectl_fa qv_hivectl_cn qv_hivectl_nc
+
+# The first word after the options, and how many words follow it.
+_qv_hivectl_script_command() {  # VALUE_OPTIONS (e.g. "-d -h -p -U")
+  local i
+  command='' arg=0
+  for ((i = 1; i < cword; i++)); do
+    if [ -z "$command" ]; then
+      case " $1 " in *" ${words[i]} "*) ((i++)); continue ;; esac
+      [[ ${words[i]} == -* ]] && continue
+      command=${words[i]}
+    else
+      arg=$((arg + 1))
+    fi
+  done
+  case " $1 " in *" $prev "*) return 1 ;; esac
+}
+
+_qv_hivectl_schema() {
+  local cur prev words cword command arg
+  _init_completion || return
+  _qv_hivectl_script_command '-d -h -p -U' || return
+  if [ -z "$command" ]; then
+    if [[ $cur == -* ]]; then
+      COMPREPLY=($(compgen -W '-d -h -p -U --help' -- "$cur"))
+    else
+      COMPREPLY=($(compgen -W 'install verify check version grant revoke' -- "$cur"))
+    fi
+  elif [ "$command:$arg" = grant:1 ]; then
+    COMPREPLY=($(compgen -W 'reader writer' -- "$cur"))
+  fi
+}
+complete -F _qv_hivectl_schema qv-hivectl-schema
+
+_qv_hivectl_backup() {
+  local cur prev words cword command arg
+  _init_completion || return
+  case $prev in
+    -c) _filedir; return ;;
+    -b) COMPREPLY=($(compgen -W 'postgresql:' -- "$cur")); compopt -o nospace; return ;;
+    -t) COMPREPLY=($(compgen -W 'qv_hivectl qv_hivectl_fa qv_hivectl_cn qv_hivectl_nc' -- "$cur")); return ;;
+  esac
+  _qv_hivectl_script_command '-b -c -r -t' || return
+  if [ -z "$command" ]; then
+    if [[ $cur == -* ]]; then
+      COMPREPLY=($(compgen -W '-b -c -r -t --help' -- "$cur"))
+    else
+      COMPREPLY=($(compgen -W 'export check restore' -- "$cur"))
+    fi
+  elif [ "$arg" = 1 ]; then
+    _filedir
+  fi
+}
+complete -F _qv_hivectl_backup qv-hivectl-backup

@@ -7,7 +7,7 @@ packages=(cmake g++ make libboost-program-options-dev libboost-container-dev
           libcppdb-dev libpq-dev)
 if [ "${1:-}" = test ]; then
   packages+=(libgtest-dev python3 postgresql-15 postgresql-client-15 git
-             dpkg-dev file lintian)
+             dpkg-dev file lintian tmux bash-completion man-db)
 fi
 missing=()
 for p in "${packages[@]}"; do
