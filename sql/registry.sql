@@ -515,3 +515,32 @@ CREATE OR REPLACE FUNCTION registry.grant_roles() RETURNS void
 DO $$ BEGIN PERFORM registry.grant_roles(); END $$;
 
 COMMIT;
+
+-- Subtree value count (provisional) -----------------------------------------
+-- The number of values stored in the key at key_path and in all keys below
+-- it; 0 when there is no such key. key_path is a full path as the client
+-- passes it to the functions above. qv-hivectl-backup compares an export's
+-- record count with it.
+BEGIN;
+CREATE OR REPLACE FUNCTION registry.subtree_value_count(key_path text) RETURNS bigint
+  LANGUAGE sql STABLE
+  AS $$ SELECT CASE WHEN key_path = '' THEN (SELECT count(*) FROM registry.vals)
+        ELSE (SELECT count(*) FROM registry.keys k
+              JOIN registry.vals v ON v.key_id = k.id
+              WHERE registry.ident(k.folded) = registry.ident(registry.fold(key_path))
+                AND k.folded = registry.fold(key_path))
+           + (SELECT count(*) FROM registry.keys k
+              JOIN registry.vals v ON v.key_id = k.id
+              WHERE registry.below(k.folded, registry.fold(key_path))) END $$;
+DO $$
+BEGIN
+  IF to_regrole('registry_reader') IS NOT NULL THEN
+    GRANT EXECUTE ON FUNCTION registry.subtree_value_count(text) TO registry_reader;
+  END IF;
+  IF to_regrole('registry_writer') IS NOT NULL THEN
+    GRANT EXECUTE ON FUNCTION registry.subtree_value_count(text) TO registry_writer;
+  END IF;
+END
+$$;
+COMMIT;
+-- End of subtree value count (provisional) ----------------------------------

@@ -1,4 +1,5 @@
-# Manual page, bash completion and (on the test server) the schema script.
+# Manual page, bash completion and (on the test server) the schema and backup
+# scripts.
 set(HIVECTL_PKG_TESTS ${CMAKE_SOURCE_DIR}/tests/packaging)
 add_test(NAME packaging.man_page COMMAND ${HIVECTL_PKG_TESTS}/man_page_test.sh
   $<TARGET_FILE:qv_hivectl> ${CMAKE_SOURCE_DIR}/packaging/qv_hivectl.8)
@@ -8,4 +9,7 @@ if(HIVECTL_PG_TESTS)
   add_test(NAME packaging.schema COMMAND ${HIVECTL_PKG_TESTS}/schema_test.sh
     $<TARGET_FILE:qv_hivectl> ${CMAKE_SOURCE_DIR})
   set_tests_properties(packaging.schema PROPERTIES LABELS "postgres" TIMEOUT 120)
+  add_test(NAME packaging.backup COMMAND ${HIVECTL_PKG_TESTS}/backup_test.sh
+    $<TARGET_FILE:qv_hivectl> ${CMAKE_SOURCE_DIR})
+  set_tests_properties(packaging.backup PROPERTIES LABELS "postgres" TIMEOUT 60)
 endif()
