@@ -1,6 +1,7 @@
 #!/bin/bash
 # qv-hivectl-schema on the test server: install upgrades the first schema without loss,
-# verify catches a missing function, grant makes readers and writers.
+# verify catches a missing function, grant makes readers and writers, revoke
+# undoes it, and a reader can check.
 #   schema_test.sh BINARY SOURCE_DIR
 set -euo pipefail
 tool=$1 src=$2 db=registry_schema_test
@@ -44,6 +45,15 @@ true" ] || fail "reader can't read"
 "$tool" --Backend "$reader" set Conf Level i32 1 2>/dev/null && fail "reader could write"
 "$tool" --Backend "$writer" set 'New\Key' v str x copy New Old rename Old Older remove New \
   removev 'Older\Key' v || fail "writer can't write"
+"$src/packaging/qv-hivectl-schema" --help | grep -q '^usage: ' || fail "--help prints no usage on standard output"
+schema -d "${conninfo/user=postgres/user=schema_test_reader}" check >/dev/null || fail "a reader can't check"
+schema revoke schema_test_reader >/dev/null
+"$tool" --Backend "$reader" get 'Conf\Rooms\101' Name 2>/dev/null && fail "revoke left the reader reading"
+refusal=$(schema -d "${conninfo/user=postgres/user=schema_test_reader}" grant schema_test_reader writer 2>&1 || true)
+[[ $refusal == *"grant failed; grant and revoke need a superuser, or the owner of schema registry with CREATEROLE"* ]] \
+  || fail "grant without rights does not say what it needs"
+refusal=$(schema -d "host=$work port=1" verify 2>&1 || true)
+[ "${refusal##*$'\n'}" = "qv-hivectl-schema: no connection to the server, nothing was done" ] || fail "verify without a server"
 
 psql -X -q -d "$conninfo" -c "DROP FUNCTION registry.copy_values(text, text)"
 schema verify 2>"$work/verify.err" && fail "verify passed without copy_values"
