@@ -1,5 +1,6 @@
 #!/bin/bash
-# --help and the manual page name the same options, commands and TYPE keywords.
+# --help and the manual page name the same options, commands and TYPE keywords,
+# and the page's examples survive rendering.
 #   man_page_test.sh BINARY MAN_PAGE
 set -u
 help=$("$1" --help 2>&1)
@@ -17,4 +18,13 @@ done <<<"$items"
 while read -r item; do
   grep -qxF -- "$item" <<<"$items" || { echo "not in --help: $item"; failures=$((failures + 1)); }
 done < <(sed -n '/^\.SH COMMANDS/,/^\.SH PROFILES/{/^\.TP/{n;s/^\.B //p}}' <<<"$page")
-[ "$failures" -eq 0 ] && [ -n "$help" ]
+
+# Rendered as a reader sees it, every example line is there as typed (not
+# filled, no hyphen of the typesetter), and no example names a placeholder
+# root.
+rendered=$(MANWIDTH=80 man -l "$2" 2>/dev/null)
+while read -r example; do
+  grep -qxF -- "       $example" <<<"$rendered" || { echo "example not rendered as typed: $example"; failures=$((failures + 1)); }
+done < <(sed -n '/^\.SH EXAMPLES/,/^\.SH SEE/{/^qv/p}' <<<"$page")
+grep -n 'ROOT\\' <<<"$rendered" && { echo "an example uses the placeholder root ROOT"; failures=$((failures + 1)); }
+[ "$failures" -eq 0 ] && [ -n "$help" ] && [ -n "$rendered" ]
