@@ -85,6 +85,9 @@ $ qv_hivectl get K V show K copyv A B C D ex
 exists  export
 $ qv_hivectl get K V show K copyv A B C D ex#
 EOF
+expect "no file names for keys and values" 'qv_hivectl get K ' <<'EOF'
+$ qv_hivectl get K #
+EOF
 expect "backend names" 'qv_hivectl --Backend m' <<'EOF'
 $ qv_hivectl --Backend memory: #
 EOF
