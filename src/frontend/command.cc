@@ -1,5 +1,8 @@
 #include "frontend/command.h"
 
+#include <cerrno>
+#include <system_error>
+
 #include "registry/key_paths.h"
 
 std::string registry_root;
@@ -80,5 +83,11 @@ bool CommandBase::ReportBackendResult(bool succeeded) {
 
 void CommandBase::ReportOpenFailure(const std::string& path, const std::error_code& error_code) {
   FailureStream(true) << "can't open file '" << path << "': (" << error_code.value() << ") "
+                      << error_code.message() << '\n';
+}
+
+void CommandBase::ReportReadFailure(const std::string& path, int error_number) {
+  const std::error_code error_code(error_number != 0 ? error_number : EIO, std::system_category());
+  FailureStream(true) << "can't read file '" << path << "': (" << error_code.value() << ") "
                       << error_code.message() << '\n';
 }

@@ -60,6 +60,10 @@ class CommandBase : public Command {
   // "can't open file '<path>': (<number>) <message>\n" behind
   // FailureStream(true).
   void ReportOpenFailure(const std::string& path, const std::error_code& error_code);
+  // "can't read file '<path>': (<number>) <message>\n" behind
+  // FailureStream(true), for the errno that a failed read left (EIO if
+  // none). "-" names the standard input.
+  void ReportReadFailure(const std::string& path, int error_number);
 
   const char* name;  // not owned
   Environment* env;  // not owned; outlives every command

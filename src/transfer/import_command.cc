@@ -4,6 +4,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <memory>
 #include <system_error>
 #include <thread>
@@ -112,15 +113,17 @@ bool ImportCommand::Parse(std::istream& in, uint64_t total) {
   std::unique_ptr<char[]> buffer(new char[kCsvChunkSize]);
   progress.Start();
   while (!in.eof()) {
+    errno = 0;
     in.read(buffer.get(), kCsvChunkSize);
+    const int read_error = errno;
     const size_t n = static_cast<size_t>(in.gcount());
     const bool parsed = tokenizer.Feed(buffer.get(), n);
     progress.Advance(n);
     if (!parsed) return false;
-    if (n == 0 && !in.eof() && in.fail()) {
-      // A read error (e.g. FILE is a directory) would otherwise never end
-      // this loop.
-      FailureStream(true) << "can't read file '" << file_name << "'\n";
+    if (!in.eof() && in.fail()) {
+      // A read error (e.g. FILE is a directory), which must neither pass
+      // for the end of the input nor keep this loop going.
+      ReportReadFailure(file_name, read_error);
       return false;
     }
   }
