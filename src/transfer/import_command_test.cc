@@ -5,13 +5,14 @@
 #include <ext/stdio_sync_filebuf.h>
 
 #include <chrono>
-#include <cstdio>
 #include <condition_variable>
+#include <cstdio>
 #include <mutex>
 #include <set>
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "frontend/environment.h"
 #include "registry/backend.h"
@@ -122,6 +123,17 @@ class FailingBackend final : public regkey::Backend {
   };
 };
 
+// "import K -" of env's input on `backend`, the registry's backend meanwhile; Execute's result.
+bool ImportOn(std::shared_ptr<regkey::Backend> backend, Environment& env) {
+  std::swap(regkey::registry_backend, backend);
+  std::string_view tokens[] = {"K", "-"};
+  TokenCursor cursor{tokens, 2};
+  ImportCommand command("import", &env);
+  const bool executed = command.ParseArguments(cursor) && command.Prepare() && command.Execute();
+  std::swap(regkey::registry_backend, backend);
+  return executed;
+}
+
 // The workers' error lines and the log's lines share one unbuffered FILE, as on stderr;
 // each line arrives in a write call of its own, whatever the other threads write.
 TEST(ImportCommandTest, ConcurrentErrorAndLogLinesAreWrittenWhole) {
@@ -140,14 +152,7 @@ TEST(ImportCommandTest, ConcurrentErrorAndLogLinesAreWrittenWhole) {
   const uint32_t log_level = LogGetLevel(), log_modules = LogGetModules();
   LogSetFile(recorder.file);
   LogSetup(4, kLogModuleOther);
-  const std::shared_ptr<regkey::Backend> saved = regkey::registry_backend;
-  regkey::registry_backend = std::make_shared<FailingBackend>();
-  std::string_view tokens[] = {"K", "-"};
-  TokenCursor cursor{tokens, 2};
-  ImportCommand command("import", &env);
-  ASSERT_TRUE(command.ParseArguments(cursor) && command.Prepare());
-  EXPECT_TRUE(command.Execute());
-  regkey::registry_backend = saved;
+  EXPECT_TRUE(ImportOn(std::make_shared<FailingBackend>(), env));
   LogSetFile(log_file);
   LogSetup(log_level, log_modules);
   size_t torn = 0, error_lines = 0;
