@@ -107,11 +107,8 @@ bool ImportCommand::Prepare() {
     return false;
   }
   Note("file/stdin parsing completed");
-  // Which of several rows naming one value is stored last is not defined:
-  // rows in one batch are stored in sorted order, where the last row of the
-  // file wins, but batches run in parallel, and keys that differ only in
-  // case are sorted apart in byte order. A defined result needs each value
-  // once in the file.
+  // Keeps the rows of a key together for the workers; which of several rows
+  // naming one value wins stays undefined (see import_command.h).
   SortRows(rows);
   return true;
 }

@@ -14,7 +14,7 @@
 // on two sides of a batch boundary are stored by two workers in either
 // order, and keys that differ only in letter case (one key on a registry
 // that ignores case) are sorted by their bytes, not by their place in the
-// file.
+// file. A defined result needs each value in one row only.
 #ifndef HIVECTL_TRANSFER_IMPORT_COMMAND_H_
 #define HIVECTL_TRANSFER_IMPORT_COMMAND_H_
 
