@@ -1,5 +1,8 @@
 #include "frontend/command.h"
 
+#include <cerrno>
+#include <system_error>
+
 #include "registry/key_paths.h"
 
 std::string registry_root;
@@ -46,8 +49,43 @@ bool CommandBase::ReadFileName(TokenCursor& cursor, std::string& target) {
   return true;
 }
 
+LineBuffer::~LineBuffer() { WriteLines(true); }
+
+LineBuffer::int_type LineBuffer::overflow(int_type c) {
+  if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
+  const char byte = traits_type::to_char_type(c);
+  xsputn(&byte, 1);
+  return c;
+}
+
+std::streamsize LineBuffer::xsputn(const char* text, std::streamsize count) {
+  pending_.append(text, static_cast<size_t>(count));
+  if (std::char_traits<char>::find(text, static_cast<size_t>(count), '\n') != nullptr) {
+    WriteLines(false);
+  }
+  return count;
+}
+
+int LineBuffer::sync() {
+  WriteLines(true);
+  return 0;
+}
+
+void LineBuffer::WriteLines(bool all) {
+  const size_t end = all ? pending_.size() : pending_.rfind('\n') + 1;
+  if (end == 0) return;
+  sink_.write(pending_.data(), static_cast<std::streamsize>(end));
+  sink_.flush();
+  pending_.erase(0, end);
+}
+
+std::ostream& CommandBase::Diagnostics() {
+  if (diagnostics_ == nullptr) diagnostics_ = std::make_unique<DiagnosticStream>(*env->error);
+  return diagnostics_->stream;
+}
+
 void CommandBase::WriteHeader(const char* prefix) {
-  std::ostream& out = *env->error;
+  std::ostream& out = Diagnostics();
   out << prefix << name;
   if (key_name.empty() && value_name.empty()) {
     out << ": ";
@@ -60,13 +98,13 @@ void CommandBase::WriteHeader(const char* prefix) {
 
 std::ostream& CommandBase::FailureStream(bool always_fatal) {
   WriteHeader(!always_fatal && env->ignore_errors ? "error: " : "fatal: ");
-  return *env->error;
+  return Diagnostics();
 }
 
 void CommandBase::Note(std::string_view text) {
   if (!env->verbose) return;
   WriteHeader("note: ");
-  *env->error << text << '\n';
+  Diagnostics() << text << '\n';
 }
 
 bool CommandBase::ReportBackendResult(bool succeeded) {
@@ -80,5 +118,11 @@ bool CommandBase::ReportBackendResult(bool succeeded) {
 
 void CommandBase::ReportOpenFailure(const std::string& path, const std::error_code& error_code) {
   FailureStream(true) << "can't open file '" << path << "': (" << error_code.value() << ") "
+                      << error_code.message() << '\n';
+}
+
+void CommandBase::ReportReadFailure(const std::string& path, int error_number) {
+  const std::error_code error_code(error_number != 0 ? error_number : EIO, std::system_category());
+  FailureStream(true) << "can't read file '" << path << "': (" << error_code.value() << ") "
                       << error_code.message() << '\n';
 }

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <memory>
 #include <ostream>
+#include <streambuf>
 #include <string>
 #include <string_view>
 
@@ -35,6 +36,29 @@ class Command {
   virtual bool Execute() = 0;
 };
 
+// Hands `sink` whole lines: text is held until a line feed and then written,
+// line feed included, in one call, so that nothing else written to the same
+// file meanwhile (another thread's message, a diagnostic-log line) lands
+// inside a line. Unsynchronised: its users take turns (the import's
+// report_mutex). An unended rest is written on destruction.
+class LineBuffer final : public std::streambuf {
+ public:
+  explicit LineBuffer(std::ostream& sink) : sink_(sink) {}
+  ~LineBuffer() override;
+
+ protected:
+  int_type overflow(int_type c) override;
+  std::streamsize xsputn(const char* text, std::streamsize count) override;
+  int sync() override;
+
+ private:
+  // Writes `pending_` up to and including its last line feed, or all of it.
+  void WriteLines(bool all);
+
+  std::ostream& sink_;
+  std::string pending_;
+};
+
 class CommandBase : public Command {
  public:
   CommandBase(const char* name, Environment* env) : name(name), env(env) {}
@@ -50,7 +74,8 @@ class CommandBase : public Command {
   // prefix + name + " 'key\value': " (or ": " when both are empty).
   void WriteHeader(const char* prefix);
   // "error: " when !always_fatal and ignore_errors, else "fatal: "; writes
-  // the header and returns env->error for the rest of the line.
+  // the header and returns the stream for the rest of the line, which
+  // reaches env->error in one write once the line feed is in.
   std::ostream& FailureStream(bool always_fatal);
   // "note: " line when verbose.
   void Note(std::string_view text);
@@ -60,11 +85,27 @@ class CommandBase : public Command {
   // "can't open file '<path>': (<number>) <message>\n" behind
   // FailureStream(true).
   void ReportOpenFailure(const std::string& path, const std::error_code& error_code);
+  // "can't read file '<path>': (<number>) <message>\n" behind
+  // FailureStream(true), for the errno that a failed read left (EIO if
+  // none). "-" names the standard input.
+  void ReportReadFailure(const std::string& path, int error_number);
 
   const char* name;  // not owned
   Environment* env;  // not owned; outlives every command
   std::string key_name;
   std::string value_name;
+
+ private:
+  // What the messages go to: env->error, fed whole lines. Made at the first
+  // message.
+  std::ostream& Diagnostics();
+
+  struct DiagnosticStream {
+    explicit DiagnosticStream(std::ostream& error) : buffer(error), stream(&buffer) {}
+    LineBuffer buffer;
+    std::ostream stream;
+  };
+  std::unique_ptr<DiagnosticStream> diagnostics_;
 };
 
 // Makes the command named by the token at the cursor and parses its

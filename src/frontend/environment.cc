@@ -1,16 +1,23 @@
 #include "frontend/environment.h"
 
+#include <ext/stdio_filebuf.h>
+
 #include <cerrno>
+#include <cstdio>
 #include <fstream>
 #include <iostream>
 
-SystemEnvironment::SystemEnvironment() {
-  output = &std::cout;
-  error = &std::cerr;
-  input = &std::cin;
-}
-
 namespace {
+
+// The standard input as a file stream on stdin's descriptor. On std::cin,
+// which goes through stdio, a failed read (standard input redirected from a
+// directory) looks like the end of the input; here, as on any file stream,
+// it sets badbit and leaves errno.
+std::istream& StandardInput() {
+  static __gnu_cxx::stdio_filebuf<char> buffer(stdin, std::ios_base::in | std::ios_base::binary);
+  static std::istream stream(&buffer);
+  return stream;
+}
 
 // Opens a file stream of type Stream with `mode`; on failure null, with errno
 // of the attempt in `error_code`.
@@ -29,6 +36,13 @@ std::unique_ptr<Stream> OpenFileStream(const char* path, std::ios_base::openmode
 }
 
 }  // namespace
+
+SystemEnvironment::SystemEnvironment() {
+  output = &std::cout;
+  error = &std::cerr;
+  input = &StandardInput();
+  input->tie(output);  // as std::cin is
+}
 
 std::unique_ptr<std::istream> SystemEnvironment::OpenInputFile(const char* path,
                                                                std::error_code& error_code) {

@@ -133,9 +133,7 @@ bool SetCommand::Prepare() {
   errno = 0;
   if (!ReadStream(*stream)) {
     // A read error (e.g. FILE is a directory) must not pass for an empty file.
-    const std::error_code error_code(errno != 0 ? errno : EIO, std::system_category());
-    FailureStream(true) << "can't read file '" << file_name << "': (" << error_code.value()
-                        << ") " << error_code.message() << '\n';
+    ReportReadFailure(file_name, errno);
     return false;
   }
   if (type == kSetFstr) {

@@ -111,6 +111,20 @@ regkey::ValueType SetTypeToValueType(uint32_t code) {
   }
 }
 
+bool CsvTypeToValueType(uint32_t code, regkey::ValueType& type) {
+  switch (code) {
+    case kSetI32:
+    case kSetI64:
+    case kSetStr:
+    case kSetBin:
+    case kSetB64:
+      type = SetTypeToValueType(code);
+      return true;
+    default:
+      return false;
+  }
+}
+
 bool ParseInteger(std::string_view text, uint64_t& magnitude, bool& negative) {
   while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
   while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);

@@ -27,6 +27,9 @@ enum SetType : uint32_t {
 uint32_t ParseSetType(std::string_view text);
 // The stored value type of a TYPE code 1 to 8.
 regkey::ValueType SetTypeToValueType(uint32_t code);
+// The stored value type of the TYPE code of a CSV row (i32, i64, str, bin,
+// b64); false for the codes the CSV reader lets no row through with.
+bool CsvTypeToValueType(uint32_t code, regkey::ValueType& type);
 
 // Blank-trimmed, optional minus sign, at most 23 bytes, then strtoull in
 // base 0 (0x, 0b, leading 0 octal) to the very end; overflow not checked.

@@ -4,6 +4,8 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <iterator>
 #include <memory>
 #include <system_error>
 #include <thread>
@@ -25,33 +27,44 @@ class RunningWorkerGuard {
   std::atomic<uint64_t>& count_;
 };
 
-bool ToValueType(uint32_t type_code, regkey::ValueType& type) {
-  switch (type_code) {
-    case kSetI32:
-      type = regkey::kTypeI32;
-      return true;
-    case kSetI64:
-      type = regkey::kTypeI64;
-      return true;
-    case kSetStr:
-      type = regkey::kTypeStr;
-      return true;
-    case kSetBin:
-    case kSetB64:
-      type = regkey::kTypeBin;
-      return true;
-    default:
-      return false;
-  }
+// Value names as the memory registry orders them: strcasecmp up to the
+// first NUL.
+bool ValueNameLess(const ImportRow& a, const ImportRow& b) {
+  return strcasecmp(a.value_name.c_str(), b.value_name.c_str()) < 0;
 }
 
-// By key, byte order; within a key by value name as the memory registry
-// orders values (strcasecmp up to the first NUL), so that storing a crowded
-// key appends to its map instead of inserting into its middle each time.
-bool RowLess(const ImportRow& a, const ImportRow& b) {
-  const int by_key = a.key.compare(b.key);
-  if (by_key != 0) return by_key < 0;
-  return strcasecmp(a.value_name.c_str(), b.value_name.c_str()) < 0;
+// Orders the rows by key, byte order, and within a key by ValueNameLess,
+// so that storing a crowded key appends to its map instead of inserting
+// into its middle each time. Stable: rows that compare equal keep their
+// file order. Files list the rows of a key together, so runs of one key
+// are ordered as wholes, and rows are compared by name only within a key.
+void SortRows(std::vector<ImportRow>& rows) {
+  struct Run {
+    size_t first, end;
+  };
+  std::vector<Run> runs;
+  for (size_t first = 0, end = 0; first < rows.size(); first = end) {
+    for (end = first + 1; end < rows.size() && rows[end].key == rows[first].key;) ++end;
+    runs.push_back({first, end});
+  }
+  std::stable_sort(runs.begin(), runs.end(), [&rows](const Run& a, const Run& b) {
+    return rows[a.first].key < rows[b.first].key;
+  });
+  std::vector<ImportRow> sorted;
+  sorted.reserve(rows.size());
+  for (size_t run = 0; run < runs.size();) {
+    const size_t key_first = sorted.size();
+    do {
+      std::move(rows.begin() + runs[run].first, rows.begin() + runs[run].end,
+                std::back_inserter(sorted));
+      ++run;
+    } while (run < runs.size() && rows[runs[run].first].key == sorted[key_first].key);
+    const auto key_rows = sorted.begin() + key_first;
+    if (!std::is_sorted(key_rows, sorted.end(), ValueNameLess)) {
+      std::stable_sort(key_rows, sorted.end(), ValueNameLess);
+    }
+  }
+  rows = std::move(sorted);
 }
 
 }  // namespace
@@ -94,12 +107,9 @@ bool ImportCommand::Prepare() {
     return false;
   }
   Note("file/stdin parsing completed");
-  // Stable: rows that name the same value keep their file order, so the
-  // last of them is stored last.
-  std::stable_sort(rows.begin(), rows.end(), RowLess);
-  // Hand the sort's buffer back to the system: the workers allocate from
-  // heaps of their own and would never reuse it.
-  malloc_trim(0);
+  // Keeps the rows of a key together for the workers; which of several rows
+  // naming one value wins stays undefined (see import_command.h).
+  SortRows(rows);
   return true;
 }
 
@@ -112,15 +122,17 @@ bool ImportCommand::Parse(std::istream& in, uint64_t total) {
   std::unique_ptr<char[]> buffer(new char[kCsvChunkSize]);
   progress.Start();
   while (!in.eof()) {
+    errno = 0;
     in.read(buffer.get(), kCsvChunkSize);
+    const int read_error = errno;
     const size_t n = static_cast<size_t>(in.gcount());
     const bool parsed = tokenizer.Feed(buffer.get(), n);
     progress.Advance(n);
     if (!parsed) return false;
-    if (n == 0 && !in.eof() && in.fail()) {
-      // A read error (e.g. FILE is a directory) would otherwise never end
-      // this loop.
-      FailureStream(true) << "can't read file '" << file_name << "'\n";
+    if (!in.eof() && in.fail()) {
+      // A read error (e.g. FILE is a directory), which must neither pass
+      // for the end of the input nor keep this loop going.
+      ReportReadFailure(file_name, read_error);
       return false;
     }
   }
@@ -134,6 +146,9 @@ bool ImportCommand::Execute() {
   WorkerState state;
   state.running_workers = worker_count;
   progress.Start();
+  // Workers allocate from the main heap, not from heaps of their own, so
+  // that what they store takes the room of the value bytes they release.
+  mallopt(M_ARENA_MAX, 1);
   std::vector<std::thread> workers;
   workers.reserve(worker_count);
   for (uint32_t i = 0; i < worker_count; ++i) {
@@ -162,8 +177,10 @@ void ImportCommand::RunWorker(WorkerState& state) {
     if (first >= row_count) break;
     const uint64_t last = std::min(row_count, first + kImportBatchSize);
     for (uint64_t i = first; i < last; ++i) {
-      const ImportRow& row = rows[i];
+      ImportRow& row = rows[i];
       if (row.key != current_key) {
+        // Release the key, and with it a database connection, before the
+        // next one is taken from the pool.
         key = regkey::StubKeyPtr();
         key = regkey::registry_backend->Create(registry_root, 0, false, row.key, true);
         current_key = row.key;
@@ -177,9 +194,9 @@ void ImportCommand::RunWorker(WorkerState& state) {
   }
 }
 
-bool ImportCommand::StoreRow(const ImportRow& row, regkey::Key& key, WorkerState& state) {
+bool ImportCommand::StoreRow(ImportRow& row, regkey::Key& key, WorkerState& state) {
   regkey::ValueType type = regkey::kTypeI32;
-  if (!ToValueType(row.type, type)) return false;
+  if (!CsvTypeToValueType(row.type, type)) return false;
   if (!key.SetValue(row.data.get(), row.size, type, row.value_name.c_str())) {
     {
       std::lock_guard<std::mutex> lock(state.report_mutex);
@@ -188,6 +205,9 @@ bool ImportCommand::StoreRow(const ImportRow& row, regkey::Key& key, WorkerState
     }
     if (!env->ignore_errors) return false;
   }
+  // The registry holds its own copy now; the import's would double the
+  // memory of a large file.
+  row.data.reset();
   state.rows_done.fetch_add(1);
   return true;
 }

@@ -2,13 +2,19 @@
 // standard input for "-") below KEY.
 //
 // Prepare reads and checks the whole input and keeps all rows in memory,
-// sorted by key and within a key by value name as the memory registry
-// orders names (rows naming the same value stay in file order); nothing
-// reaches the registry there, so a bad file stops the run before any
-// command of the line executes. Execute stores the rows with 1 to
-// env->max_db_connections worker threads that claim batches of
-// kImportBatchSize rows through one atomic index. There is no rollback:
-// what a worker stored before a failure stays stored.
+// sorted by key (byte order) and within a key by value name as the memory
+// registry orders names; nothing reaches the registry there, so a bad file
+// stops the run before any command of the line executes. Execute stores
+// the rows with 1 to env->max_db_connections worker threads that claim
+// batches of kImportBatchSize rows through one atomic index. There is no
+// rollback: what a worker stored before a failure stays stored.
+//
+// Rows naming the same value are all stored, and which of them wins is not
+// defined: within a batch the file's later row is stored later, but rows
+// on two sides of a batch boundary are stored by two workers in either
+// order, and keys that differ only in letter case (one key on a registry
+// that ignores case) are sorted by their bytes, not by their place in the
+// file. A defined result needs each value in one row only.
 #ifndef HIVECTL_TRANSFER_IMPORT_COMMAND_H_
 #define HIVECTL_TRANSFER_IMPORT_COMMAND_H_
 
@@ -49,11 +55,15 @@ class ImportCommand final : public CommandBase {
 
   bool Parse(std::istream& in, uint64_t total);
   void RunWorker(WorkerState& state);
-  // Stores one row through `key`; false stops the worker.
-  bool StoreRow(const ImportRow& row, regkey::Key& key, WorkerState& state);
+  // Stores one row through `key` and releases its value bytes; false stops
+  // the worker.
+  bool StoreRow(ImportRow& row, regkey::Key& key, WorkerState& state);
 
   std::string file_name;
-  std::vector<ImportRow> rows;  // filled and sorted in Prepare, read-only afterwards
+  // Filled and sorted in Prepare. In Execute a row belongs to the worker
+  // that claimed its batch, which drops the row's value bytes once they are
+  // stored; the rest of the row stays until the command ends.
+  std::vector<ImportRow> rows;
 };
 
 #endif  // HIVECTL_TRANSFER_IMPORT_COMMAND_H_

@@ -2,16 +2,21 @@
 
 #include <gtest/gtest.h>
 
+#include <ext/stdio_sync_filebuf.h>
+
 #include <chrono>
 #include <condition_variable>
+#include <cstdio>
 #include <mutex>
 #include <set>
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "frontend/environment.h"
 #include "registry/backend.h"
+#include "support/log.h"
 
 namespace {
 
@@ -81,6 +86,83 @@ TEST(ImportCommandTest, ConcurrentWorkersOpenOneKeyPerRun) {
   EXPECT_EQ(recording->stores, static_cast<size_t>(kKeys * kValuesPerKey));
   EXPECT_EQ(recording->threads.size(), RecordingBackend::kThreads);
   EXPECT_LE(recording->creates, static_cast<size_t>(kKeys + 40));
+}
+
+// A FILE, unbuffered as stderr is, that keeps its write calls apart.
+struct WriteRecorder {
+  static ssize_t Write(void* self, const char* data, size_t size) {
+    auto* recorder = static_cast<WriteRecorder*>(self);
+    std::lock_guard<std::mutex> lock(recorder->mutex);
+    recorder->writes.emplace_back(data, size);
+    return static_cast<ssize_t>(size);
+  }
+  WriteRecorder() : file(fopencookie(this, "w", {nullptr, &Write, nullptr, nullptr})) {
+    setvbuf(file, nullptr, _IONBF, 0);
+  }
+  ~WriteRecorder() { std::fclose(file); }
+  std::mutex mutex;
+  std::vector<std::string> writes;
+  FILE* file;
+};
+
+// Keys whose every store fails with a log line, as the database's do when the server is gone.
+class FailingBackend final : public regkey::Backend {
+ public:
+  regkey::KeyPtr Create(std::string_view, int, bool, std::string_view, bool) override {
+    return regkey::KeyPtr(new FailingKey);
+  }
+  void Dump() override {}
+  bool Init(std::string_view) override { return true; }
+
+ private:
+  struct FailingKey final : public regkey::KeyStub {
+    bool SetValue(const void*, size_t, regkey::ValueType, const char* name) override {
+      LogLine(4, kLogModuleOther) << "StoreValue failed: " << name;
+      return false;
+    }
+  };
+};
+
+// "import K -" of env's input on `backend`, the registry's backend meanwhile; Execute's result.
+bool ImportOn(std::shared_ptr<regkey::Backend> backend, Environment& env) {
+  std::swap(regkey::registry_backend, backend);
+  std::string_view tokens[] = {"K", "-"};
+  TokenCursor cursor{tokens, 2};
+  ImportCommand command("import", &env);
+  const bool executed = command.ParseArguments(cursor) && command.Prepare() && command.Execute();
+  std::swap(regkey::registry_backend, backend);
+  return executed;
+}
+
+// The workers' error lines and the log's lines share one unbuffered FILE, as on stderr;
+// each line arrives in a write call of its own, whatever the other threads write.
+TEST(ImportCommandTest, ConcurrentErrorAndLogLinesAreWrittenWhole) {
+  std::stringstream input;
+  input << "KNAME,VNAME,TYPE,VALUE\n";
+  for (int i = 0; i < 2048; ++i) input << "k" << i % 7 << ",v" << i << ",i32,1\n";
+  WriteRecorder recorder;
+  __gnu_cxx::stdio_sync_filebuf<char> error_buffer(recorder.file);
+  std::ostream error(&error_buffer);
+  SystemEnvironment env;
+  env.input = &input;
+  env.error = &error;
+  env.ignore_errors = true;
+  env.max_db_connections = 4;
+  FILE* const log_file = LogGetFile();
+  const uint32_t log_level = LogGetLevel(), log_modules = LogGetModules();
+  LogSetFile(recorder.file);
+  LogSetup(4, kLogModuleOther);
+  EXPECT_TRUE(ImportOn(std::make_shared<FailingBackend>(), env));
+  LogSetFile(log_file);
+  LogSetup(log_level, log_modules);
+  size_t torn = 0, error_lines = 0;
+  for (const std::string& write : recorder.writes) {
+    torn += write.find('\n') != write.size() - 1;
+    error_lines += write.rfind("error: import 'K': 'K\\k", 0) == 0;
+  }
+  EXPECT_EQ(torn, 0u) << recorder.writes[0];
+  EXPECT_EQ(error_lines, 2048u);
+  EXPECT_EQ(recorder.writes.size(), 4096u);
 }
 
 }  // namespace

@@ -11,9 +11,9 @@ import sys
 import tempfile
 
 HEADER = re.compile(
-    r'^(backends|labels|settings|argv0|args|argv|shell|status|file(?:-escaped)?|'
+    r'^(backends|labels|settings|argv0|args|argv|shell|status|stdin-from|file(?:-escaped)?|'
     r'(?:stdin|stdout|stderr)(?:-escaped|-re)?)(?:\[(\w+)\])?(?: ([^:]+))?:(?: (.*))?$')
-ONE_LINE = {'backends', 'labels', 'settings', 'argv0', 'args', 'shell', 'status'}
+ONE_LINE = {'backends', 'labels', 'settings', 'argv0', 'args', 'shell', 'status', 'stdin-from'}
 LOG_HEADER = re.compile(
     rb'\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\.\d{3} \|(.)\| [0-9a-f]{6}\| (.{7})\| ')
 
@@ -97,9 +97,16 @@ def run_one(run, globals_, workdir, variables):
         decode(unescape(line)) for line in head.lines if line]
     argv = [decode(unescape(argv0.inline or '')) if argv0 else 'qv_hivectl']
     argv += [substitute(word, variables) for word in words]
-    stdin = find(run, 'stdin', 'stdin-escaped')
-    done = subprocess.run(argv, executable=variables['BINARY'], cwd=workdir, capture_output=True,
-                          input=stdin.data() if stdin else b'', timeout=60)
+    stdin, stdin_from = find(run, 'stdin', 'stdin-escaped'), find(run, 'stdin-from')
+    feed = {'input': stdin.data() if stdin else b''}
+    if stdin_from:  # opened as it stands, so a directory too
+        feed = {'stdin': os.open(os.path.join(workdir, stdin_from.inline), os.O_RDONLY)}
+    try:
+        done = subprocess.run(argv, executable=variables['BINARY'], cwd=workdir,
+                              capture_output=True, timeout=60, **feed)
+    finally:
+        if stdin_from:
+            os.close(feed['stdin'])
     status = find(run, 'status')
     ok = compare('exit status', int(status.inline) if status else 0, done.returncode)
     stderr = LOG_HEADER.sub(rb'[\1|\2] ', done.stderr)
