@@ -1,6 +1,5 @@
 #include "transfer/import_command.h"
 
-#include <malloc.h>
 #include <strings.h>
 
 #include <algorithm>
@@ -146,9 +145,6 @@ bool ImportCommand::Execute() {
   WorkerState state;
   state.running_workers = worker_count;
   progress.Start();
-  // Workers allocate from the main heap, not from heaps of their own, so
-  // that what they store takes the room of the value bytes they release.
-  mallopt(M_ARENA_MAX, 1);
   std::vector<std::thread> workers;
   workers.reserve(worker_count);
   for (uint32_t i = 0; i < worker_count; ++i) {
@@ -177,7 +173,7 @@ void ImportCommand::RunWorker(WorkerState& state) {
     if (first >= row_count) break;
     const uint64_t last = std::min(row_count, first + kImportBatchSize);
     for (uint64_t i = first; i < last; ++i) {
-      ImportRow& row = rows[i];
+      const ImportRow& row = rows[i];
       if (row.key != current_key) {
         // Release the key, and with it a database connection, before the
         // next one is taken from the pool.
@@ -194,7 +190,7 @@ void ImportCommand::RunWorker(WorkerState& state) {
   }
 }
 
-bool ImportCommand::StoreRow(ImportRow& row, regkey::Key& key, WorkerState& state) {
+bool ImportCommand::StoreRow(const ImportRow& row, regkey::Key& key, WorkerState& state) {
   regkey::ValueType type = regkey::kTypeI32;
   if (!CsvTypeToValueType(row.type, type)) return false;
   if (!key.SetValue(row.data.get(), row.size, type, row.value_name.c_str())) {
@@ -205,9 +201,6 @@ bool ImportCommand::StoreRow(ImportRow& row, regkey::Key& key, WorkerState& stat
     }
     if (!env->ignore_errors) return false;
   }
-  // The registry holds its own copy now; the import's would double the
-  // memory of a large file.
-  row.data.reset();
   state.rows_done.fetch_add(1);
   return true;
 }

@@ -55,15 +55,11 @@ class ImportCommand final : public CommandBase {
 
   bool Parse(std::istream& in, uint64_t total);
   void RunWorker(WorkerState& state);
-  // Stores one row through `key` and releases its value bytes; false stops
-  // the worker.
-  bool StoreRow(ImportRow& row, regkey::Key& key, WorkerState& state);
+  // Stores one row through `key`; false stops the worker.
+  bool StoreRow(const ImportRow& row, regkey::Key& key, WorkerState& state);
 
   std::string file_name;
-  // Filled and sorted in Prepare. In Execute a row belongs to the worker
-  // that claimed its batch, which drops the row's value bytes once they are
-  // stored; the rest of the row stays until the command ends.
-  std::vector<ImportRow> rows;
+  std::vector<ImportRow> rows;  // filled and sorted in Prepare, read-only afterwards
 };
 
 #endif  // HIVECTL_TRANSFER_IMPORT_COMMAND_H_
