@@ -319,11 +319,16 @@ std::string ExceptionMessage(const std::exception& error) {
 // token as its value: a word without a leading dash, a lone "-", or a short
 // option of an unknown letter such as "-5" (the parser keeps that one whole
 // as an unregistered option). Every option thus finds its value in its own
-// window, and the windows parse as the whole line does.
+// window, and the windows parse as the whole line does. Under
+// long_case_insensitive the library matches short names in any case too
+// ("-R" is --Root), so the look-up takes the style's case flags.
 bool EndsWindow(const std::string& token, const po::options_description& options) {
   if (token.size() < 2 || token[0] != '-') return true;
   if (token[1] == '-') return false;
-  return options.find_nothrow(token.substr(0, 2), false, false, false) == nullptr;
+  constexpr bool kLongIgnoreCase = kCommandLineStyle & po::command_line_style::long_case_insensitive;
+  constexpr bool kShortIgnoreCase = kCommandLineStyle & po::command_line_style::short_case_insensitive;
+  return options.find_nothrow(token.substr(0, 2), false, kLongIgnoreCase, kShortIgnoreCase) ==
+         nullptr;
 }
 
 size_t WindowEnd(const std::vector<std::string>& tokens, size_t begin, size_t window,
