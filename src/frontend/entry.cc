@@ -16,6 +16,7 @@
 #include "frontend/environment.h"
 #include "registry/backend.h"
 #include "registry/key_paths.h"
+#include "support/ascii.h"
 #include "support/log.h"
 
 namespace po = boost::program_options;
@@ -186,10 +187,8 @@ void PrintHelp(const std::string& program_name, const Profile& profile,
 
 bool EqualIgnoringAsciiCase(std::string_view a, std::string_view b) {
   return a.size() == b.size() &&
-         std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; };
-           return lower(x) == lower(y);
-         });
+         std::equal(a.begin(), a.end(), b.begin(),
+                    [](char x, char y) { return FoldAscii(x) == FoldAscii(y); });
 }
 
 // A token such as "-Root=x" is taken as option -r with value "oot=x"; warn

@@ -1,13 +1,9 @@
 #include "registry/key_paths.h"
 
+#include "support/ascii.h"
 #include "support/log.h"
 
 namespace regkey {
-namespace {
-
-char FoldAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
-}  // namespace
 
 PathRelation ComparePaths(std::string_view from, std::string_view to) {
   size_t i = 0;
