@@ -7,6 +7,8 @@
 inline bool IsBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 // Only A-Z fold to a-z, as strcasecmp folds in the C locale.
-inline char FoldAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+inline char FoldAscii(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
 
 #endif  // HIVECTL_SUPPORT_ASCII_H_
