@@ -1,4 +1,4 @@
-#include "frontend/entry.h"
+#include "frontend/options.h"
 
 #include <gtest/gtest.h>
 
