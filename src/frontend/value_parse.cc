@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "support/ascii.h"
 #include "support/encoders.h"
 #include "support/value_codec.h"
 
@@ -17,11 +18,6 @@ const TypeName kTypeNames[] = {
     {"i32", kSetI32}, {"i64", kSetI64}, {"str", kSetStr},   {"bin", kSetBin},
     {"b16", kSetB16}, {"b64", kSetB64}, {"fstr", kSetFstr}, {"fbin", kSetFbin},
 };
-
-// The blanks strtoull and isspace know in the C locale.
-bool IsBlank(char c) {
-  return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
-}
 
 // Longest accepted number text, after trimming and the minus sign.
 constexpr size_t kMaxNumberLength = 23;

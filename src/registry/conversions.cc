@@ -9,6 +9,7 @@
 #include <new>
 
 #include "registry/memory_tree.h"
+#include "support/ascii.h"
 #include "support/encoders.h"
 #include "support/value_codec.h"
 
@@ -16,9 +17,8 @@ namespace regkey {
 
 namespace {
 
-// White space as the number readers skip it: tab, LF, VT, FF, CR, blank.
 const char* SkipBlanks(const char* text) {
-  while (*text == ' ' || (*text >= 9 && *text <= 13)) ++text;
+  while (IsBlank(*text)) ++text;
   return text;
 }
 

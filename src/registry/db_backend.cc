@@ -8,6 +8,7 @@
 #include <cppdb/utils.h>
 
 #include "registry/db_key.h"
+#include "support/ascii.h"
 #include "support/log.h"
 
 // Entry point of the statically linked PostgreSQL driver of cppdb.
@@ -72,7 +73,9 @@ bool CheckSchema(cppdb::session& session) {
   }
 }
 
-bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\f'; }
+// The blanks cppdb's connection-string parser skips: those of the C locale
+// but the vertical tab.
+bool IsConnectionBlank(char c) { return IsBlank(c) && c != '\v'; }
 
 }  // namespace
 
@@ -92,7 +95,7 @@ bool ConnectionStringTerminates(std::string_view spec) {
     size_t equals = spec.find('=', pos);
     if (equals == std::string_view::npos) return true;
     pos = equals + 1;
-    while (pos < spec.size() && IsBlank(spec[pos])) ++pos;
+    while (pos < spec.size() && IsConnectionBlank(spec[pos])) ++pos;
     if (pos < spec.size() && spec[pos] == '\'') {
       // A quote inside a quoted value is written twice.
       for (++pos;; pos += 2) {
@@ -101,7 +104,7 @@ bool ConnectionStringTerminates(std::string_view spec) {
         if (pos + 1 >= spec.size() || spec[pos + 1] != '\'') break;
       }
       ++pos;
-      while (pos < spec.size() && IsBlank(spec[pos])) ++pos;
+      while (pos < spec.size() && IsConnectionBlank(spec[pos])) ++pos;
       if (pos < spec.size() && spec[pos] != ';') return false;
     } else {
       pos = spec.find(';', pos);

@@ -1,6 +1,5 @@
 #include "registry/db_key.h"
 
-#include <cstdlib>
 #include <utility>
 
 #include <cppdb/errors.h>
@@ -23,7 +22,6 @@ std::string CollapseBackslashes(std::string_view text) {
   return out;
 }
 
-// Reads column `col` of the current row; NULL is an error.
 // Runs one statement sequence and answers what it answers; a cppdb error is
 // logged ("ReqistryKeyDB: <step> failed: ...", level 4) and answered by
 // `failure`.
@@ -37,6 +35,7 @@ Result Guarded(const char* step, Result failure, Body body) {
   }
 }
 
+// Reads column `col` of the current row; NULL is an error.
 template <typename T>
 T FetchNotNull(cppdb::result& row, int col) {
   T value{};
@@ -72,16 +71,15 @@ bool TypeOfCode(int code, ValueType& type) {
 
 bool IsTextCode(int code) { return code == kWireStr || code == kWireI32 || code == kWireI64; }
 
-// ConvertStoredText into a fresh block that `out` takes over on success.
-int64_t ConvertToBuffer(int code, const std::string& text, ValueType type, ValueBuffer& out) {
-  void* block = nullptr;
-  int64_t size = ConvertStoredText(code, text, type, &block, kMaxValueSize);
-  if (size > 0) {
-    out.reset(static_cast<char*>(block));
-  } else {
-    std::free(block);
+// A value of wire code `code` as `request` asks for it.
+int64_t Deliver(int code, std::string& text, const ValueRequest& request) {
+  if (request.text != nullptr) {
+    if (!IsTextCode(code)) return 0;
+    *request.text = std::move(text);
+    return 1;
   }
-  return size;
+  if (request.as_stored && !TypeOfCode(code, *request.type)) return 0;
+  return ConvertStoredText(code, text, *request.type, request.out, request.limit);
 }
 
 }  // namespace
@@ -96,14 +94,14 @@ std::string JoinPath(std::string_view path, std::string_view relative) {
 
 DBKey::DBKey(std::shared_ptr<DBBackend> backend_in, std::string_view root,
              std::string_view relative, bool read_only_in, bool create)
-    : backend_(std::move(backend_in)), read_only_(read_only_in) {
+    : BackendKey(read_only_in), backend_(std::move(backend_in)) {
   if (HasEdgeBackslash(root) || HasEdgeBackslash(relative)) return;
   cppdb::session local = backend_->OpenSession();
   if (!local.is_open()) return;
   path_ = CollapseBackslashes(root);
   if (!root.empty() && !relative.empty()) path_.push_back('\\');
   path_ += CollapseBackslashes(relative);
-  if (read_only_) {
+  if (read_only_in) {
     check_pending_ = true;  // Opening for reading costs no round trip.
   } else if (!create && !CheckKeyExists(local, path_)) {
     return;
@@ -113,15 +111,17 @@ DBKey::DBKey(std::shared_ptr<DBBackend> backend_in, std::string_view root,
 
 DBKey::DBKey(std::shared_ptr<DBBackend> backend_in, std::string path_in, bool read_only_in,
              bool check_pending_in)
-    : backend_(std::move(backend_in)),
+    : BackendKey(read_only_in),
+      backend_(std::move(backend_in)),
       path_(std::move(path_in)),
-      read_only_(read_only_in),
       check_pending_(check_pending_in) {
   cppdb::session local = backend_->OpenSession();
   if (local.is_open()) session_ = local;
 }
 
-KeyPtr DBKey::Clone() { return KeyPtr(new DBKey(backend_, path_, read_only_, check_pending_)); }
+KeyPtr DBKey::Clone() {
+  return KeyPtr(new DBKey(backend_, path_, read_only(), check_pending_));
+}
 
 bool DBKey::IsValid() {
   if (!session_.is_open()) return false;
@@ -145,50 +145,14 @@ bool DBKey::LoadValue(const char* name, int& code, std::string& text) {
   });
 }
 
-int64_t DBKey::GetValue(void* buffer, size_t size, ValueType type, const char* name) {
+int64_t DBKey::ReadValue(const char* name, const ValueRequest& request) {
   int code = 0;
   std::string text;
   if (!session_.is_open() || !LoadValue(name, code, text)) return 0;
-  void* out = buffer;
-  return ConvertStoredText(code, text, type, &out, size);
+  return Deliver(code, text, request);
 }
 
-int64_t DBKey::GetValue(ValueBuffer& out, ValueType type, const char* name) {
-  int code = 0;
-  std::string text;
-  if (!session_.is_open() || !LoadValue(name, code, text)) return 0;
-  return ConvertToBuffer(code, text, type, out);
-}
-
-int64_t DBKey::GetValue(void* buffer, size_t size, ValueType* type, const char* name) {
-  int code = 0;
-  std::string text;
-  if (!session_.is_open() || !LoadValue(name, code, text) || !TypeOfCode(code, *type)) return 0;
-  void* out = buffer;
-  return ConvertStoredText(code, text, *type, &out, size);
-}
-
-int64_t DBKey::GetValue(ValueBuffer& out, ValueType* type, const char* name) {
-  int code = 0;
-  std::string text;
-  if (!session_.is_open() || !LoadValue(name, code, text) || !TypeOfCode(code, *type)) return 0;
-  return ConvertToBuffer(code, text, *type, out);
-}
-
-bool DBKey::GetString(std::string& out, const char* name) {
-  int code = 0;
-  std::string text;
-  if (!session_.is_open() || !LoadValue(name, code, text) || !IsTextCode(code)) return false;
-  out = std::move(text);
-  return true;
-}
-
-bool DBKey::SetValue(const void* data, size_t size, ValueType type, const char* name) {
-  if (!session_.is_open()) return false;
-  if (read_only_) {
-    LogReadOnlyRefusal("SetValue", name ? name : "(null)", nullptr, {}, path_);
-    return false;
-  }
+bool DBKey::WriteValue(const void* data, size_t size, ValueType type, const char* name) {
   switch (type) {
     case kTypeStr:
       if (data == nullptr) ThrowNullText();
@@ -224,12 +188,7 @@ bool DBKey::CheckValueExists(std::string_view name) {
   });
 }
 
-bool DBKey::RemoveValue(std::string_view name) {
-  if (!session_.is_open()) return false;
-  if (read_only_) {
-    LogReadOnlyRefusal("RemoveValue", name, nullptr, {}, path_);
-    return false;
-  }
+bool DBKey::DeleteValue(std::string_view name) {
   return Guarded("RemoveValue", false, [&] {
     cppdb::result row = session_.prepare(sql::kDeleteValue)
                             .bind(path_.c_str())
@@ -239,38 +198,23 @@ bool DBKey::RemoveValue(std::string_view name) {
   });
 }
 
-bool DBKey::RemoveKey(std::string_view relative) {
-  if (!session_.is_open()) return false;
-  if (read_only_) {
-    LogReadOnlyRefusal("RemoveKey", relative, nullptr, {}, path_);
-    return false;
-  }
+bool DBKey::DeleteKey(std::string_view relative) {
   return Guarded("RemoveKey", false, [&] {
     session_.prepare(sql::kDeleteKey).bind(JoinPath(path_, relative).c_str()).query();
     return true;
   });
 }
 
-bool DBKey::RenameKey(std::string_view from, std::string_view to) {
-  return MoveOrCopy("RenameKey", sql::kRenameKey, from, to);
+bool DBKey::MoveKey(std::string_view from, std::string_view to) {
+  return RunMoveOrCopy("RenameKey", sql::kRenameKey, from, to);
 }
 
-bool DBKey::CopyKey(std::string_view from, std::string_view to) {
-  return MoveOrCopy("CopyKey", sql::kCopyValues, from, to);
+bool DBKey::MergeKey(std::string_view from, std::string_view to) {
+  return RunMoveOrCopy("CopyKey", sql::kCopyValues, from, to);
 }
 
-bool DBKey::MoveOrCopy(const char* operation, const std::string& statement, std::string_view from,
-                       std::string_view to) {
-  if (!session_.is_open()) return false;
-  if (read_only_) {
-    LogReadOnlyRefusal(operation, from, "'->'", to, path_);
-    return false;
-  }
-  switch (ComparePaths(from, to)) {
-    case PathRelation::kSame: return true;
-    case PathRelation::kNested: return false;
-    case PathRelation::kApart: break;
-  }
+bool DBKey::RunMoveOrCopy(const char* operation, const std::string& statement,
+                          std::string_view from, std::string_view to) {
   return Guarded(operation, false, [&] {
     cppdb::result row = session_.prepare(statement)
                             .bind(JoinPath(path_, from).c_str())
@@ -319,26 +263,11 @@ bool DBKey::NextValueRow(std::string& name, int& code, std::string& text) {
   return true;
 }
 
-int64_t DBKey::NextValue(ValueBuffer& out, ValueType type, std::string& name) {
+int64_t DBKey::ReadNextValue(std::string& name, const ValueRequest& request) {
   int code = 0;
   std::string text;
   if (!NextValueRow(name, code, text)) return 0;
-  return ConvertToBuffer(code, text, type, out);
-}
-
-int64_t DBKey::NextValue(ValueBuffer& out, ValueType* type, std::string& name) {
-  int code = 0;
-  std::string text;
-  if (!NextValueRow(name, code, text) || !TypeOfCode(code, *type)) return 0;
-  return ConvertToBuffer(code, text, *type, out);
-}
-
-bool DBKey::NextString(std::string& value, std::string& name) {
-  int code = 0;
-  std::string text;
-  if (!NextValueRow(name, code, text) || !IsTextCode(code)) return false;
-  value = std::move(text);
-  return true;
+  return Deliver(code, text, request);
 }
 
 void DBKey::ResetSubKeys() { subkeys_.stale = true; }
@@ -374,5 +303,9 @@ std::string DBKey::GetDefaultString() {
   if (!GetString(out, "")) return {};
   return out;
 }
+
+bool DBKey::IsBound() { return session_.is_open(); }
+
+std::string_view DBKey::RefusalName() { return path_; }
 
 }  // namespace regkey

@@ -31,7 +31,7 @@ class DBBackend;
 // `relative` is empty). Backslashes are not collapsed.
 std::string JoinPath(std::string_view path, std::string_view relative);
 
-class DBKey final : public Key {
+class DBKey final : public BackendKey {
  public:
   // The key at root + "\" + path, runs of backslashes collapsed. Unusable if
   // root or path begins or ends with a backslash, if no session can be
@@ -45,23 +45,10 @@ class DBKey final : public Key {
 
   KeyPtr Clone() override;
   bool IsValid() override;
-  int64_t GetValue(void* buffer, size_t size, ValueType type, const char* name) override;
-  int64_t GetValue(ValueBuffer& out, ValueType type, const char* name) override;
-  int64_t GetValue(void* buffer, size_t size, ValueType* type, const char* name) override;
-  int64_t GetValue(ValueBuffer& out, ValueType* type, const char* name) override;
-  bool GetString(std::string& out, const char* name) override;
-  bool SetValue(const void* data, size_t size, ValueType type, const char* name) override;
   bool CheckValueExists(std::string_view name) override;
-  bool RemoveValue(std::string_view name) override;
-  bool RemoveKey(std::string_view path) override;
-  bool RenameKey(std::string_view from, std::string_view to) override;
-  bool CopyKey(std::string_view from, std::string_view to) override;
   uint32_t CountValues() override;
   uint32_t CountSubKeys() override;
   void ResetValues() override;
-  int64_t NextValue(ValueBuffer& out, ValueType type, std::string& name) override;
-  int64_t NextValue(ValueBuffer& out, ValueType* type, std::string& name) override;
-  bool NextString(std::string& value, std::string& name) override;
   void ResetSubKeys() override;
   KeyPtr NextSubKey(bool read_only) override;
   bool NextSubKeyName(std::string& name) override;
@@ -69,6 +56,16 @@ class DBKey final : public Key {
   std::string GetDefaultString() override;
 
  private:
+  int64_t ReadValue(const char* name, const ValueRequest& request) override;
+  int64_t ReadNextValue(std::string& name, const ValueRequest& request) override;
+  bool WriteValue(const void* data, size_t size, ValueType type, const char* name) override;
+  bool DeleteValue(std::string_view name) override;
+  bool DeleteKey(std::string_view path) override;
+  bool MoveKey(std::string_view from, std::string_view to) override;
+  bool MergeKey(std::string_view from, std::string_view to) override;
+  bool IsBound() override;
+  std::string_view RefusalName() override;
+
   // Fetches value `name`; false if it is missing, NULL or on an error.
   bool LoadValue(const char* name, int& code, std::string& text);
   // StoreValue on this key; a null name throws std::logic_error.
@@ -87,14 +84,13 @@ class DBKey final : public Key {
   // Steps `values`; false at the end or on a NULL column.
   bool NextValueRow(std::string& name, int& code, std::string& text);
   // A move or copy of a subtree by the server function `statement`.
-  bool MoveOrCopy(const char* operation, const std::string& statement, std::string_view from,
-                  std::string_view to);
+  bool RunMoveOrCopy(const char* operation, const std::string& statement, std::string_view from,
+                     std::string_view to);
 
   // Constant after construction, but for `session_`, which IsValid may close.
   std::shared_ptr<DBBackend> backend_;
   cppdb::session session_;
   std::string path_;
-  bool read_only_;
   // Cursor state.
   bool check_pending_ = false;
   LazyRows values_;

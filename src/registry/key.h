@@ -138,6 +138,80 @@ class KeyStub : public Key {
   std::string GetDefaultString() override { return {}; }
 };
 
+// One read of a value as BackendKey hands it to a backend. The value is
+// converted to *type and delivered into *out within `limit`, by the protocol
+// of the converters (conversions.h); with `as_stored`, *type is first set to
+// the value's own type, and a value of none of the four gives 0. With `text`
+// set, the text form goes there instead: 1 for a str, i32 or i64 value, 0
+// for the others, `text` being left alone then.
+struct ValueRequest {
+  ValueType* type;
+  bool as_stored;
+  void** out;
+  size_t limit;
+  std::string* text;
+};
+
+// The shape the keys of both backends share. The eight reads find a value,
+// by name or at the value cursor, and deliver it as a ValueRequest says; an
+// allocating read takes the block only when something was stored. The five
+// changes answer false on an unbound key, and on a read-only key also leave
+// a level 1 log line "<operation> '<name or path>' on read-only key
+// '<RefusalName>'". RenameKey and CopyKey then decide an equal and a nested
+// pair of paths (ComparePaths) before the backend sees them.
+class BackendKey : public Key {
+ public:
+  int64_t GetValue(void* buffer, size_t size, ValueType type, const char* name) final;
+  int64_t GetValue(ValueBuffer& out, ValueType type, const char* name) final;
+  int64_t GetValue(void* buffer, size_t size, ValueType* type, const char* name) final;
+  int64_t GetValue(ValueBuffer& out, ValueType* type, const char* name) final;
+  bool GetString(std::string& out, const char* name) final;
+  bool SetValue(const void* data, size_t size, ValueType type, const char* name) final;
+  bool RemoveValue(std::string_view name) final;
+  bool RemoveKey(std::string_view path) final;
+  bool RenameKey(std::string_view from, std::string_view to) final;
+  bool CopyKey(std::string_view from, std::string_view to) final;
+  int64_t NextValue(ValueBuffer& out, ValueType type, std::string& name) final;
+  int64_t NextValue(ValueBuffer& out, ValueType* type, std::string& name) final;
+  bool NextString(std::string& value, std::string& name) final;
+
+ protected:
+  explicit BackendKey(bool read_only) : read_only_(read_only) {}
+  bool read_only() const { return read_only_; }
+
+  // Value `name`, delivered as `request` says; 0 if there is none.
+  virtual int64_t ReadValue(const char* name, const ValueRequest& request) = 0;
+  // The same for the value at the value cursor, which advances; its name
+  // goes to `name`.
+  virtual int64_t ReadNextValue(std::string& name, const ValueRequest& request) = 0;
+
+  // The changes of a bound, writable key, with the contracts of SetValue,
+  // RemoveValue, RemoveKey, RenameKey and CopyKey; MoveKey and MergeKey see
+  // only paths that ComparePaths finds apart.
+  virtual bool WriteValue(const void* data, size_t size, ValueType type, const char* name) = 0;
+  virtual bool DeleteValue(std::string_view name) = 0;
+  virtual bool DeleteKey(std::string_view path) = 0;
+  virtual bool MoveKey(std::string_view from, std::string_view to) = 0;
+  virtual bool MergeKey(std::string_view from, std::string_view to) = 0;
+
+  // Whether the key is bound to its backend; an unbound key changes nothing.
+  virtual bool IsBound() = 0;
+  // The key as the refusal line names it.
+  virtual std::string_view RefusalName() = 0;
+
+ private:
+  // False, after the refusal line on a read-only key, if the key may not
+  // change; `joiner` and `second` follow `first` when `joiner` is set.
+  bool MayChange(const char* operation, std::string_view first, const char* joiner = nullptr,
+                 std::string_view second = {});
+  using MoveOperation = bool (BackendKey::*)(std::string_view from, std::string_view to);
+  // RenameKey and CopyKey, `apply` being MoveKey or MergeKey.
+  bool MoveOrCopy(const char* operation, MoveOperation apply, std::string_view from,
+                  std::string_view to);
+
+  const bool read_only_;
+};
+
 // What a backend throws when SetValue is handed a null text or value name:
 // the error the standard library raises for a string made from null, so that
 // both backends end such a call alike.

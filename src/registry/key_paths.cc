@@ -1,13 +1,8 @@
 #include "registry/key_paths.h"
 
-#include "support/log.h"
+#include "support/ascii.h"
 
 namespace regkey {
-namespace {
-
-char FoldAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
-}  // namespace
 
 PathRelation ComparePaths(std::string_view from, std::string_view to) {
   size_t i = 0;
@@ -24,16 +19,6 @@ bool EndsWithBackslash(std::string_view path) { return !path.empty() && path.bac
 
 bool HasEdgeBackslash(std::string_view path) {
   return StartsWithBackslash(path) || EndsWithBackslash(path);
-}
-
-void LogReadOnlyRefusal(const char* operation, std::string_view first, const char* joiner,
-                        std::string_view second, std::string_view key) {
-  if (!LogEnabled(1, kLogModuleOther)) return;
-  LogLine line(1, kLogModuleOther);
-  std::ostream& stream = line.stream();
-  stream << operation << " '" << first;
-  if (joiner != nullptr) stream << joiner << second;
-  stream << "' on read-only key '" << key << "'";
 }
 
 }  // namespace regkey

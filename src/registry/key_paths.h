@@ -20,12 +20,6 @@ bool StartsWithBackslash(std::string_view path);
 bool EndsWithBackslash(std::string_view path);
 bool HasEdgeBackslash(std::string_view path);
 
-// Logs at level 1 the refusal of a change on a read-only key, as
-// "<operation> '<first>' on read-only key '<key>'", with `joiner` and
-// `second` behind `first` when `joiner` is not null.
-void LogReadOnlyRefusal(const char* operation, std::string_view first, const char* joiner,
-                        std::string_view second, std::string_view key);
-
 }  // namespace regkey
 
 #endif  // HIVECTL_REGISTRY_KEY_PATHS_H_

@@ -74,15 +74,13 @@ bool ValueText(const StoredValue& value, std::string& out) {
   return false;
 }
 
-int64_t ReadInto(const StoredValue& value, ValueType type, void* buffer, size_t size) {
-  return ConvertMemoryValue(value, type, &buffer, size);
-}
-
-int64_t ReadAllocating(const StoredValue& value, ValueType type, ValueBuffer& out) {
-  void* block = nullptr;
-  const int64_t result = ConvertMemoryValue(value, type, &block, kMaxValueSize);
-  if (result > 0) out.reset(static_cast<char*>(block));
-  return result;
+int64_t Deliver(const StoredValue& value, const ValueRequest& request) {
+  if (request.text != nullptr) return ValueText(value, *request.text);
+  if (request.as_stored) {
+    if (value.empty()) return 0;
+    *request.type = value.type();
+  }
+  return ConvertMemoryValue(value, *request.type, request.out, request.limit);
 }
 
 }  // namespace
@@ -110,43 +108,17 @@ bool MemoryBackend::Init(std::string_view /*spec*/) {
 }
 
 MemoryKey::MemoryKey(std::shared_ptr<Node> node, std::string name, bool read_only)
-    : node_(std::move(node)), name_(std::move(name)), read_only_(read_only) {}
+    : BackendKey(read_only), node_(std::move(node)), name_(std::move(name)) {}
 
-KeyPtr MemoryKey::Clone() { return KeyPtr(new MemoryKey(node_, name_, read_only_)); }
+KeyPtr MemoryKey::Clone() { return KeyPtr(new MemoryKey(node_, name_, read_only())); }
 
 bool MemoryKey::IsValid() { return node_ != nullptr; }
 
-int64_t MemoryKey::GetValue(void* buffer, size_t size, ValueType type, const char* name) {
-  return ReadInto(node_->FetchValue(name), type, buffer, size);
+int64_t MemoryKey::ReadValue(const char* name, const ValueRequest& request) {
+  return Deliver(node_->FetchValue(name), request);
 }
 
-int64_t MemoryKey::GetValue(ValueBuffer& out, ValueType type, const char* name) {
-  return ReadAllocating(node_->FetchValue(name), type, out);
-}
-
-int64_t MemoryKey::GetValue(void* buffer, size_t size, ValueType* type, const char* name) {
-  const StoredValue value = node_->FetchValue(name);
-  if (value.empty()) return 0;
-  *type = value.type();
-  return ReadInto(value, value.type(), buffer, size);
-}
-
-int64_t MemoryKey::GetValue(ValueBuffer& out, ValueType* type, const char* name) {
-  const StoredValue value = node_->FetchValue(name);
-  if (value.empty()) return 0;
-  *type = value.type();
-  return ReadAllocating(value, value.type(), out);
-}
-
-bool MemoryKey::GetString(std::string& out, const char* name) {
-  return ValueText(node_->FetchValue(name), out);
-}
-
-bool MemoryKey::SetValue(const void* data, size_t size, ValueType type, const char* name) {
-  if (read_only_) {
-    LogReadOnlyRefusal("SetValue", name != nullptr ? name : "(null)", nullptr, {}, name_);
-    return false;
-  }
+bool MemoryKey::WriteValue(const void* data, size_t size, ValueType type, const char* name) {
   StoredValue value;
   switch (type) {
     case kTypeI32:
@@ -178,19 +150,11 @@ bool MemoryKey::CheckValueExists(std::string_view name) {
   return node_->HasValue(std::string(name));
 }
 
-bool MemoryKey::RemoveValue(std::string_view name) {
-  if (read_only_) {
-    LogReadOnlyRefusal("RemoveValue", name, nullptr, {}, name_);
-    return false;
-  }
+bool MemoryKey::DeleteValue(std::string_view name) {
   return node_->EraseValue(std::string(name));
 }
 
-bool MemoryKey::RemoveKey(std::string_view path) {
-  if (read_only_) {
-    LogReadOnlyRefusal("RemoveKey", path, nullptr, {}, name_);
-    return false;
-  }
+bool MemoryKey::DeleteKey(std::string_view path) {
   std::string leaf;
   std::shared_ptr<Node> parent = WalkToParent(node_, path, false, leaf);
   // The subtree taken out is dropped here, outside the parent's lock.
@@ -198,21 +162,7 @@ bool MemoryKey::RemoveKey(std::string_view path) {
   return true;
 }
 
-bool MemoryKey::DecidedBeforeMove(const char* operation, std::string_view from,
-                                  std::string_view to, bool& answer) {
-  if (read_only_) {
-    LogReadOnlyRefusal(operation, from, "'->'", to, name_);
-    answer = false;
-    return true;
-  }
-  const PathRelation relation = ComparePaths(from, to);
-  answer = relation == PathRelation::kSame;
-  return relation != PathRelation::kApart;
-}
-
-bool MemoryKey::RenameKey(std::string_view from, std::string_view to) {
-  bool answer;
-  if (DecidedBeforeMove("RenameKey", from, to, answer)) return answer;
+bool MemoryKey::MoveKey(std::string_view from, std::string_view to) {
   std::string leaf;
   std::shared_ptr<Node> source_parent = WalkToParent(node_, from, false, leaf);
   if (source_parent == nullptr) return false;
@@ -223,9 +173,7 @@ bool MemoryKey::RenameKey(std::string_view from, std::string_view to) {
   return true;
 }
 
-bool MemoryKey::CopyKey(std::string_view from, std::string_view to) {
-  bool answer;
-  if (DecidedBeforeMove("CopyKey", from, to, answer)) return answer;
+bool MemoryKey::MergeKey(std::string_view from, std::string_view to) {
   std::shared_ptr<Node> source = WalkAll(node_, from, false);
   if (source == nullptr) return false;
   std::shared_ptr<Node> target = WalkAll(node_, to, true);
@@ -242,19 +190,8 @@ uint32_t MemoryKey::CountSubKeys() { return static_cast<uint32_t>(node_->SubKeyC
 
 void MemoryKey::ResetValues() { value_cursor_ = 0; }
 
-int64_t MemoryKey::NextValue(ValueBuffer& out, ValueType type, std::string& name) {
-  return ReadAllocating(node_->FetchValueAt(value_cursor_++, name), type, out);
-}
-
-int64_t MemoryKey::NextValue(ValueBuffer& out, ValueType* type, std::string& name) {
-  const StoredValue value = node_->FetchValueAt(value_cursor_++, name);
-  if (value.empty()) return 0;
-  *type = value.type();
-  return ReadAllocating(value, value.type(), out);
-}
-
-bool MemoryKey::NextString(std::string& value, std::string& name) {
-  return ValueText(node_->FetchValueAt(value_cursor_++, name), value);
+int64_t MemoryKey::ReadNextValue(std::string& name, const ValueRequest& request) {
+  return Deliver(node_->FetchValueAt(value_cursor_++, name), request);
 }
 
 void MemoryKey::ResetSubKeys() { subkey_cursor_ = 0; }

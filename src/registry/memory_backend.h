@@ -44,36 +44,19 @@ class MemoryBackend : public Backend {
 
 // Relative paths of RemoveKey, RenameKey and CopyKey are split at every
 // backslash, empty components included (they name the empty name); the part
-// behind the last backslash is the leaf. A read-only key refuses every change
-// with false and a level 1 log line naming the key by its leaf name.
-class MemoryKey final : public Key {
+// behind the last backslash is the leaf. The refusal line of a read-only key
+// names the key by its leaf name.
+class MemoryKey final : public BackendKey {
  public:
   // REQUIRES: `node` is not null.
   MemoryKey(std::shared_ptr<Node> node, std::string name, bool read_only);
 
   KeyPtr Clone() override;
   bool IsValid() override;
-  int64_t GetValue(void* buffer, size_t size, ValueType type, const char* name) override;
-  int64_t GetValue(ValueBuffer& out, ValueType type, const char* name) override;
-  int64_t GetValue(void* buffer, size_t size, ValueType* type, const char* name) override;
-  int64_t GetValue(ValueBuffer& out, ValueType* type, const char* name) override;
-  bool GetString(std::string& out, const char* name) override;
-  // Null `data` for str, or a null `name`, throw std::logic_error.
-  bool SetValue(const void* data, size_t size, ValueType type, const char* name) override;
   bool CheckValueExists(std::string_view name) override;
-  bool RemoveValue(std::string_view name) override;
-  // True also when nothing was there to remove.
-  bool RemoveKey(std::string_view path) override;
-  // Replaces an existing destination whole.
-  bool RenameKey(std::string_view from, std::string_view to) override;
-  // Merges into an existing destination.
-  bool CopyKey(std::string_view from, std::string_view to) override;
   uint32_t CountValues() override;
   uint32_t CountSubKeys() override;
   void ResetValues() override;
-  int64_t NextValue(ValueBuffer& out, ValueType type, std::string& name) override;
-  int64_t NextValue(ValueBuffer& out, ValueType* type, std::string& name) override;
-  bool NextString(std::string& value, std::string& name) override;
   void ResetSubKeys() override;
   KeyPtr NextSubKey(bool read_only) override;
   bool NextSubKeyName(std::string& name) override;
@@ -82,15 +65,23 @@ class MemoryKey final : public Key {
   std::string GetDefaultString() override;
 
  private:
-  // The read-only refusal and the textual path test of RenameKey and
-  // CopyKey; true, with `answer` set, when they decide the operation.
-  bool DecidedBeforeMove(const char* operation, std::string_view from, std::string_view to,
-                         bool& answer);
+  int64_t ReadValue(const char* name, const ValueRequest& request) override;
+  int64_t ReadNextValue(std::string& name, const ValueRequest& request) override;
+  // Null `data` for str, or a null `name`, throw std::logic_error.
+  bool WriteValue(const void* data, size_t size, ValueType type, const char* name) override;
+  bool DeleteValue(std::string_view name) override;
+  // True also when nothing was there to remove.
+  bool DeleteKey(std::string_view path) override;
+  // Replaces an existing destination whole.
+  bool MoveKey(std::string_view from, std::string_view to) override;
+  // Merges into an existing destination.
+  bool MergeKey(std::string_view from, std::string_view to) override;
+  bool IsBound() override { return true; }
+  std::string_view RefusalName() override { return name_; }
 
   // Constant after construction.
   const std::shared_ptr<Node> node_;
   const std::string name_;
-  const bool read_only_;
   // Enumeration positions; unguarded, like the key itself.
   uint64_t value_cursor_ = 0;
   uint64_t subkey_cursor_ = 0;

@@ -1,4 +1,4 @@
-#include "frontend/entry.h"
+#include "frontend/options.h"
 
 #include <gtest/gtest.h>
 
@@ -35,9 +35,10 @@ TEST(ParseCommandLineTest, WindowsParseAsTheWholeLine) {
   po::options_description options;
   options.add_options()("help,h", "")("Root,r", po::value<std::string>(), "")("Verbose", "")(
       "MaxDBConnections", po::value<uint32_t>(), "");
-  const std::vector<std::string> vocabulary = {"get", "",     "-",      "-5",     "-5x",
-                                               "-h",  "-hr",  "-r",     "-rx",    "-Verbose",
-                                               "--",  "--Root", "--verb", "--Verbose=1", "--Root="};
+  const std::vector<std::string> vocabulary = {"get", "",       "-",      "-5",          "-5x",
+                                               "-h",  "-hr",    "-r",     "-R",          "-rx",
+                                               "-Verbose", "--", "--Root", "--verb", "--Verbose=1",
+                                               "--Root="};
   const size_t size = vocabulary.size();
   for (size_t length = 0, lines = 1; length <= 3; ++length, lines *= size) {
     for (size_t number = 0; number < lines; ++number) {
