@@ -1,13 +1,9 @@
 // The memory tree, and what only the memory backend does (shared: key_contract_test.cc).
 #include "registry/memory_tree.h"
 
-#include <atomic>
 #include <memory>
 #include <sstream>
-#include <stdexcept>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -70,78 +66,12 @@ TEST(MemoryTreeTest, MergeOverwritesValuesAndCopiesSubtrees) {
   EXPECT_NE(target.FindSubKey("fresh", false), fresh);
 }
 
-// Threads creating the same subkeys at once, spelled differently, get one entry and node each.
-TEST(MemoryTreeTest, ConcurrentCreatorsAgree) {
-  constexpr int kThreads = 8, kNames = 200;
-  Node root;
-  std::vector<std::vector<std::shared_ptr<Node>>> seen(kThreads);
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      for (int i = 0; i < kNames; ++i) {
-        seen[t].push_back(root.FindSubKey((t % 2 ? "KEY" : "Key") + std::to_string(i), true));
-        seen[t].back()->StoreValue(t % 2 ? "VALUE" : "value", StoredValue(int32_t{t}));
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(root.SubKeyCountUnlocked(), static_cast<size_t>(kNames));
-  for (int t = 1; t < kThreads; ++t) EXPECT_EQ(seen[t], seen[0]) << t;
-  for (const auto& node : seen[0]) EXPECT_EQ(node->ValueCountUnlocked(), 1u);
-}
-
-// Clones and merges run while a writer changes the source.
-TEST(MemoryTreeTest, ConcurrentCloneMergeAndWrites) {
-  auto source = std::make_shared<Node>();
-  std::atomic<bool> done{false};
-  std::thread writer([&] {
-    for (int round = 0; round < 200; ++round) {
-      for (int i = 0; i < 50; i += 7) {
-        std::shared_ptr<Node> child = source->FindSubKey("k" + std::to_string(i), true);
-        child->StoreValue("v", StoredValue(int32_t{round}));
-        child->FindSubKey("r" + std::to_string(round % 5), true);
-      }
-    }
-    done = true;
-  });
-  Node target;
-  while (!done.load()) target.MergeFrom(*source->CloneTree());
-  writer.join();
-  target.MergeFrom(*source);
-  EXPECT_EQ(Printed(target), Printed(*source));
-}
-
 class MemoryKeyTest : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_TRUE(backend_.Init("memory:")); }
   KeyPtr Open(std::string_view path) { return backend_.Create("", 0, false, path, true); }
   MemoryBackend backend_;
 };
-
-TEST_F(MemoryKeyTest, NullValueNameThrows) {
-  int64_t wide = 5;
-  EXPECT_THROW(Open("k")->SetValue(&wide, 8, kTypeI64, nullptr), std::logic_error);
-}
-
-// A str value is read up to its NUL whatever the size; bin data may be null when empty.
-TEST_F(MemoryKeyTest, StrTakesItsTextAndBinMayBeNull) {
-  KeyPtr key = Open("k");
-  EXPECT_TRUE(key->SetValue(nullptr, 0, kTypeBin, "nothing"));
-  ASSERT_TRUE(key->SetValue("hello", 0, kTypeStr, ""));
-  ValueBuffer out;
-  EXPECT_EQ(key->GetValue(out, kTypeStr, ""), 6);
-}
-
-TEST_F(MemoryKeyTest, FailedReadKeepsTheCallersBlock) {
-  KeyPtr key = Open("k");
-  ASSERT_TRUE(key->SetValue("x", 2, kTypeStr, "s"));
-  ASSERT_TRUE(key->SetValue(nullptr, 0, kTypeBin, "nothing"));
-  ValueBuffer out;
-  ASSERT_EQ(key->GetValue(out, kTypeStr, "s"), 2);
-  const char* block = out.get();
-  EXPECT_EQ(key->GetValue(out, kTypeI32, "nothing"), 0);
-  EXPECT_EQ(out.get(), block);
-}
 
 // Remove finds nothing at an empty name or component; rename and copy refuse such a source
 // without a log line.
@@ -173,14 +103,6 @@ TEST_F(MemoryKeyTest, EmptyNamesAsDestinationAreCreated) {
             "e\\\n"
             "  \\\n"
             "    b\\\n");
-}
-
-TEST_F(MemoryKeyTest, RemovedKeyStaysUsable) {
-  KeyPtr held = Open("a\\b");
-  EXPECT_TRUE(Open("")->RemoveKey("a"));
-  EXPECT_TRUE(held->SetValue("x", 2, kTypeStr, "v"));
-  EXPECT_TRUE(held->CheckValueExists("v"));
-  EXPECT_FALSE(backend_.Create("", 0, false, "a\\b", false)->IsValid());
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <condition_variable>
 #include <mutex>
 #include <set>
@@ -10,6 +11,7 @@
 #include <string>
 #include <thread>
 
+#include "frontend/entry.h"
 #include "frontend/environment.h"
 #include "registry/backend.h"
 
@@ -81,6 +83,25 @@ TEST(ImportCommandTest, ConcurrentWorkersOpenOneKeyPerRun) {
   EXPECT_EQ(recording->stores, static_cast<size_t>(kKeys * kValuesPerKey));
   EXPECT_EQ(recording->threads.size(), RecordingBackend::kThreads);
   EXPECT_LE(recording->creates, static_cast<size_t>(kKeys + 40));
+}
+
+// The limit the entry function hands the commands, recorded by a parser that makes none.
+uint32_t handed_limit = 0;
+std::unique_ptr<Command> RecordLimit(TokenCursor&, Environment& env) {
+  handed_limit = env.max_db_connections;
+  return nullptr;
+}
+
+TEST(ImportWorkerCountTest, ConnectionLimitAbove512IsClampedOnPostgres) {
+  const char* spec = std::getenv("HIVECTL_PG_SPEC");
+  if (spec == nullptr || *spec == '\0') GTEST_SKIP() << "no HIVECTL_PG_SPEC";
+  std::string words[] = {"qv_hivectl", "--Backend", spec, "--MaxDBConnections", "513", "x"};
+  char* argv[6];
+  for (int i = 0; i < 6; ++i) argv[i] = words[i].data();
+  ::testing::internal::CaptureStderr();
+  HivectlMain(6, argv, &RecordLimit);
+  ::testing::internal::GetCapturedStderr();
+  EXPECT_EQ(handed_limit, 512u);
 }
 
 }  // namespace
