@@ -1,7 +1,6 @@
 #include "registry/conversions.h"
 
 #include <climits>
-#include <cstdlib>
 #include <string>
 #include <tuple>
 
@@ -34,37 +33,6 @@ TEST(TextToIntTest, NumbersWordsAndRefusals) {
     EXPECT_EQ(TextToInt64(text, out64), understood) << text;
     EXPECT_EQ(std::make_pair(out32, out64), std::make_pair(expected32, expected64)) << text;
   }
-}
-
-// What the contract suite does not reach through a database key: result, block and bytes.
-TEST(ConvertStoredTextTest, Table) {
-  const std::tuple<int, std::string, ValueType, size_t, int64_t, std::string> cases[] = {
-      {kWireStr, "maybe", kTypeI32, 3, -4, ""},   {kWireI64, "1", kTypeI64, 7, -8, ""},
-      {kWireStr, "hello", kTypeBin, 4, -5, ""},   {kWireBin, "AAEC/w==", kTypeBin, 3, -4, ""},
-      {kWireI32, "7", kTypeBin, kMaxValueSize, 1, "7"},
-      {kWireStr, "", kTypeBin, kMaxValueSize, 0, ""},
-      {kWireBin, "AAEC/w==", kTypeBin, kMaxValueSize, 4, std::string("\x00\x01\x02\xff", 4)},
-      {kWireBin, "", kTypeBin, kMaxValueSize, 0, ""},
-      {kWireBin, "MTI=", kTypeI32, kMaxValueSize, 0, ""},
-      {kWireBin, "MTI=", kTypeStr, kMaxValueSize, 0, ""},
-      {5, "12", kTypeStr, kMaxValueSize, 0, ""},  {-1, "12", kTypeBin, kMaxValueSize, 0, ""},
-      {kWireStr, "12", static_cast<ValueType>(4), kMaxValueSize, 0, ""},
-  };
-  for (const auto& [code, text, wanted, limit, expected, bytes] : cases) {
-    void* block = nullptr;
-    const int64_t result = ConvertStoredText(code, text, wanted, &block, limit);
-    EXPECT_EQ(std::make_tuple(result, block != nullptr,
-                              std::string(static_cast<char*>(block), result > 0 ? result : 0)),
-              std::make_tuple(expected, expected > 0, bytes))
-        << code << " " << text << " " << wanted;
-    std::free(block);
-  }
-  char buffer[8] = {'x', 'x', 'x', 'x', 'x', 'x', 'x', 'x'};
-  void* out = buffer;
-  EXPECT_EQ(ConvertStoredText(kWireStr, "abc", kTypeStr, &out, sizeof buffer), 4);
-  EXPECT_EQ(out, static_cast<void*>(buffer));
-  EXPECT_EQ(ConvertStoredText(kWireStr, "abcdefgh", kTypeStr, &out, sizeof buffer), -9);
-  EXPECT_EQ(std::string(buffer, 5), std::string("abc\0x", 5));
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -102,31 +101,6 @@ TEST(LogTest, ConcurrentLinesStayWhole) {
   std::stable_sort(texts.begin(), texts.end(), by_thread);
   for (int i = 0; i < kThreads * kLines; ++i) expected.push_back(text(i / kLines, i % kLines));
   EXPECT_EQ(texts, expected);
-}
-
-// A line logged by an exit handler registered before any static object exists, so it
-// runs after their destructors, the log pool's teardown included.
-std::atomic<bool> log_at_exit{false};
-void LogLateLine() {
-  if (log_at_exit) LogLine(0, kLogModuleOther) << "late line";
-}
-__attribute__((constructor(101))) void RegisterLateLine() { atexit(LogLateLine); }
-
-void LogInnerOuterAndExit() {
-  LogSetFile(stderr);
-  LogSetup(1, kLogModuleOther);
-  {
-    LogLine outer(1, kLogModuleOther);  // leaves one object cached, one pooled
-    { LogLine(1, kLogModuleOther) << "inner"; }
-    outer << "outer";
-  }
-  log_at_exit = true;
-  exit(0);
-}
-
-TEST(LogDeathTest, LineAfterTeardownAtExit) {
-  EXPECT_EXIT(LogInnerOuterAndExit(), ::testing::ExitedWithCode(0),
-              "inner\n.*outer\n.*late line\n$");
 }
 
 }  // namespace
