@@ -5,6 +5,7 @@
 #include <ext/stdio_sync_filebuf.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <condition_variable>
 #include <cstdio>
 #include <mutex>
@@ -14,6 +15,7 @@
 #include <thread>
 #include <utility>
 
+#include "frontend/entry.h"
 #include "frontend/environment.h"
 #include "registry/backend.h"
 #include "support/log.h"
@@ -21,9 +23,16 @@
 namespace {
 
 TEST(ImportWorkerCountTest, OneWorkerPerFullBatchWithinTheLimit) {
-  const uint64_t cases[][3] = {{0, 32, 1},       {1023, 32, 1},      {1024, 32, 2},
-                               {16383, 32, 31},  {16384, 32, 32},    {100000, 1, 1},
-                               {100000, 512, 195}, {1 << 20, 512, 512}};
+  const uint64_t cases[][3] = {
+      {0, 32, 1},
+      {1023, 32, 1},
+      {1024, 32, 2},
+      {16383, 32, 31},
+      {16384, 32, 32},
+      {100000, 1, 1},
+      {100000, 512, 195},
+      {1 << 20, 512, 512},
+  };
   for (const auto& c : cases) EXPECT_EQ(ImportWorkerCount(c[0], c[1]), c[2]) << c[0];
 }
 
@@ -163,6 +172,25 @@ TEST(ImportCommandTest, ConcurrentErrorAndLogLinesAreWrittenWhole) {
   EXPECT_EQ(torn, 0u) << recorder.writes[0];
   EXPECT_EQ(error_lines, 2048u);
   EXPECT_EQ(recorder.writes.size(), 4096u);
+}
+
+// The limit the entry function hands the commands, recorded by a parser that makes none.
+uint32_t handed_limit = 0;
+std::unique_ptr<Command> RecordLimit(TokenCursor&, Environment& env) {
+  handed_limit = env.max_db_connections;
+  return nullptr;
+}
+
+TEST(ImportWorkerCountTest, ConnectionLimitAbove512IsClampedOnPostgres) {
+  const char* spec = std::getenv("HIVECTL_PG_SPEC");
+  if (spec == nullptr || *spec == '\0') GTEST_SKIP() << "no HIVECTL_PG_SPEC";
+  std::string words[] = {"qv_hivectl", "--Backend", spec, "--MaxDBConnections", "513", "x"};
+  char* argv[6];
+  for (int i = 0; i < 6; ++i) argv[i] = words[i].data();
+  ::testing::internal::CaptureStderr();
+  HivectlMain(6, argv, &RecordLimit);
+  ::testing::internal::GetCapturedStderr();
+  EXPECT_EQ(handed_limit, 512u);
 }
 
 }  // namespace
