@@ -49,15 +49,16 @@ CREATE SCHEMA IF NOT EXISTS registry;
 -- Helpers of the indexes. Indexes and stored keys are built on them: they
 -- must never change.
 
+-- Under the "C" collation lower() maps A-Z to a-z and leaves every other
+-- character as it is.
 CREATE OR REPLACE FUNCTION registry.fold(p text) RETURNS text
-  LANGUAGE sql IMMUTABLE STRICT PARALLEL SAFE
-  AS $$ SELECT translate(p, 'ABCDEFGHIJKLMNOPQRSTUVWXYZ',
-                            'abcdefghijklmnopqrstuvwxyz') COLLATE "C" $$;
+  LANGUAGE sql IMMUTABLE PARALLEL SAFE
+  AS $$ SELECT lower(p COLLATE "C") $$;
 
 -- The index key of a folded text (see "Names may be of any length"). The
 -- escape decoding of the text with its backslashes doubled gives its bytes.
 CREATE OR REPLACE FUNCTION registry.name_key(folded text) RETURNS text
-  LANGUAGE sql IMMUTABLE STRICT PARALLEL SAFE
+  LANGUAGE sql IMMUTABLE PARALLEL SAFE
   AS $$ SELECT CASE WHEN length(folded) <= 256 THEN folded COLLATE "C"
                     ELSE left(folded, 256) COLLATE "C"
                          || encode(sha256(decode(replace(folded, '\', '\\'), 'escape')), 'hex')
@@ -168,41 +169,39 @@ CREATE OR REPLACE FUNCTION registry.subtree(folded_path text) RETURNS SETOF regi
 
 -- The levels of a path from the top down: '', 'a', 'a\b' for 'a\b'.
 CREATE OR REPLACE FUNCTION registry.path_levels(key_path text) RETURNS text[]
-  LANGUAGE sql IMMUTABLE STRICT PARALLEL SAFE
-  AS $$ SELECT array_agg(array_to_string(parts[1:depth], '\') ORDER BY depth)
-        FROM string_to_array(key_path, '\') AS parts,
-             generate_series(0, cardinality(parts)) AS depth $$;
+  LANGUAGE plpgsql IMMUTABLE PARALLEL SAFE
+  AS $$
+  DECLARE
+    parts CONSTANT text[] := string_to_array(key_path, '\');
+    level text := parts[1];
+    levels text[] := ARRAY['', level];
+  BEGIN
+    IF key_path = '' THEN RETURN ARRAY['']; END IF;
+    FOR depth IN 2 .. cardinality(parts) LOOP
+      level := level || '\' || parts[depth];
+      levels := levels || level;
+    END LOOP;
+    RETURN levels;
+  END
+  $$;
 
--- The levels strictly above a path, from the top down.
-CREATE OR REPLACE FUNCTION registry.levels_above(key_path text) RETURNS text[]
-  LANGUAGE sql IMMUTABLE STRICT PARALLEL SAFE
-  AS $$ SELECT (registry.path_levels(key_path))[:cardinality(string_to_array(key_path, '\'))] $$;
-
--- The one home of locking. Takes transaction-level advisory locks on folded
--- paths: exclusive on exclusive_paths, shared on the others of shared_paths.
--- Locks go in ascending order of their numbers, a path wanted both ways is
--- locked exclusively once, and every function calls this before it touches
--- a row: so no two transactions wait for each other in a circle.
-CREATE OR REPLACE FUNCTION registry.lock_paths(shared_paths text[],
-                                               exclusive_paths text[] DEFAULT '{}')
+-- The one home of locking. Takes transaction-level advisory locks on the
+-- given folded paths, exclusive ones if exclusive, and shared ones on every
+-- level above them. Locks go in ascending order of their numbers, and every
+-- function calls this once, before it touches a row: so no two transactions
+-- wait for each other in a circle.
+CREATE OR REPLACE FUNCTION registry.lock_paths(folded_paths text[], exclusive boolean)
   RETURNS void
   LANGUAGE plpgsql VOLATILE
   AS $$
-  DECLARE
-    wanted record;
   BEGIN
-    FOR wanted IN
-      SELECT hashtextextended(folded_path, 4) AS lock_number, bool_or(exclusive) AS exclusive
-      FROM (SELECT unnest(shared_paths), false
-            UNION ALL SELECT unnest(exclusive_paths), true) AS requested (folded_path, exclusive)
-      GROUP BY 1 ORDER BY 1
-    LOOP
-      IF wanted.exclusive THEN
-        PERFORM pg_advisory_xact_lock(wanted.lock_number);
-      ELSE
-        PERFORM pg_advisory_xact_lock_shared(wanted.lock_number);
-      END IF;
-    END LOOP;
+    PERFORM CASE WHEN exclusive_lock THEN pg_advisory_xact_lock(lock_number)
+                 ELSE pg_advisory_xact_lock_shared(lock_number) END
+    FROM (SELECT DISTINCT ON (lock_number) hashtextextended(level, 4) AS lock_number,
+                 exclusive AND level = ANY (folded_paths) AS exclusive_lock
+          FROM unnest(folded_paths) AS folded_path,
+               unnest(registry.path_levels(folded_path)) AS level
+          ORDER BY lock_number, exclusive_lock DESC) AS wanted;
   END
   $$;
 
@@ -214,13 +213,14 @@ CREATE OR REPLACE FUNCTION registry.find_or_make_key(key_path text) RETURNS bigi
   AS $$
   DECLARE
     key_id bigint;
+    levels text[];
   BEGIN
     SELECT id INTO key_id FROM registry.find_key(registry.fold(key_path));
     IF key_id IS NULL THEN
+      levels := registry.path_levels(key_path);
       INSERT INTO registry.keys (path, folded, parent)
       SELECT level, registry.fold(level), registry.fold(levels[depth - 1])
-      FROM registry.path_levels(key_path) AS levels,
-           unnest(levels) WITH ORDINALITY AS level_list (level, depth)
+      FROM unnest(levels) WITH ORDINALITY AS level_list (level, depth)
       ORDER BY depth
       ON CONFLICT (registry.name_key(folded)) DO NOTHING;
       SELECT id INTO STRICT key_id FROM registry.find_key(registry.fold(key_path));
@@ -232,7 +232,7 @@ CREATE OR REPLACE FUNCTION registry.find_or_make_key(key_path text) RETURNS bigi
 -- The path of the parent of a (non-top) path, as spelled; '' for a level
 -- below the top.
 CREATE OR REPLACE FUNCTION registry.parent_path(p text) RETURNS text
-  LANGUAGE sql IMMUTABLE STRICT PARALLEL SAFE
+  LANGUAGE sql IMMUTABLE PARALLEL SAFE
   AS $$ SELECT CASE WHEN strpos(p, '\') = 0 THEN ''
                     ELSE left(p, length(p) - strpos(reverse(p), '\')) END $$;
 
@@ -240,7 +240,7 @@ CREATE OR REPLACE FUNCTION registry.parent_path(p text) RETURNS text
 -- key of empty name below the top, whose path is a single backslash (as a
 -- key of empty name below R is 'R\').
 CREATE OR REPLACE FUNCTION registry.move_path(p text) RETURNS text
-  LANGUAGE sql IMMUTABLE STRICT PARALLEL SAFE
+  LANGUAGE sql IMMUTABLE PARALLEL SAFE
   AS $$ SELECT CASE WHEN p = '' THEN '\' ELSE p END $$;
 
 -- Why a rename or copy from p_from to p_to does nothing: 0 if both are the
@@ -263,10 +263,7 @@ CREATE OR REPLACE FUNCTION registry.lock_move(source_path text, target_path text
   LANGUAGE plpgsql VOLATILE
   AS $$
   BEGIN
-    PERFORM registry.lock_paths(
-      registry.levels_above(registry.fold(source_path))
-        || registry.levels_above(registry.fold(target_path)),
-      ARRAY[registry.fold(source_path), registry.fold(target_path)]);
+    PERFORM registry.lock_paths(ARRAY[registry.fold(source_path), registry.fold(target_path)], true);
     PERFORM registry.find_or_make_key(registry.parent_path(target_path));
   END
   $$;
@@ -310,8 +307,11 @@ CREATE OR REPLACE FUNCTION registry.add_value(p_path text, p_name text, p_type i
   DECLARE
     target_key bigint;
   BEGIN
-    PERFORM registry.lock_paths(registry.path_levels(registry.fold(p_path)));
-    target_key := registry.find_or_make_key(p_path);
+    PERFORM registry.lock_paths(ARRAY[registry.fold(p_path)], false);
+    SELECT id INTO target_key FROM registry.find_key(registry.fold(p_path));
+    IF target_key IS NULL THEN
+      target_key := registry.find_or_make_key(p_path);
+    END IF;
     INSERT INTO registry.vals (key_id, name_key, name, type, value)
     VALUES (target_key, registry.name_key(registry.fold(p_name)), p_name, p_type, p_value)
     ON CONFLICT (key_id, name_key) DO UPDATE SET type = EXCLUDED.type, value = EXCLUDED.value;
@@ -341,7 +341,7 @@ CREATE OR REPLACE FUNCTION registry.delete_key(p_path text) RETURNS void
     folded_path CONSTANT text COLLATE "C" :=
       registry.fold(CASE WHEN keep_key THEN left(p_path, -1) ELSE p_path END);
   BEGIN
-    PERFORM registry.lock_paths(registry.levels_above(folded_path), ARRAY[folded_path]);
+    PERFORM registry.lock_paths(ARRAY[folded_path], true);
     PERFORM registry.remove_subtree(folded_path, keep_key);
   END
   $$;
