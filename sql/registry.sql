@@ -93,7 +93,7 @@ BEGIN
     DROP INDEX registry.keys_folded;
     DROP INDEX registry.keys_parent;
     ALTER TABLE registry.vals DROP CONSTRAINT vals_pkey;
-    DROP FUNCTION registry.make_key(text);
+    DROP FUNCTION IF EXISTS registry.make_key(text);
   END IF;
   -- Version 3 indexed SHA-256 hashes of all names, held row locks, and had
   -- no primary key on vals. Version 4 keys values by name_key() and drops
@@ -103,7 +103,7 @@ BEGIN
     DROP INDEX registry.keys_prefix;
     DROP INDEX registry.keys_parent_ident;
     DROP INDEX registry.vals_ident;
-    DROP FUNCTION registry.hold_key(text), registry.hold_level(text, text, text, boolean),
+    DROP FUNCTION IF EXISTS registry.hold_key(text), registry.hold_level(text, text, text, boolean),
       registry.seize_pair(text, text, boolean), registry.share_ancestors(text),
       registry.below(text, text), registry.ident(text);
   END IF;
@@ -112,7 +112,7 @@ BEGIN
     ALTER TABLE registry.vals RENAME COLUMN folded_name TO name_key;
     UPDATE registry.vals SET name_key = registry.name_key(name_key) WHERE length(name_key) > 256;
     ALTER TABLE registry.vals ADD PRIMARY KEY (key_id, name_key);
-    DROP FUNCTION registry.parent_of(text);
+    DROP FUNCTION IF EXISTS registry.parent_of(text);
   END IF;
 
   EXECUTE format('CREATE OR REPLACE FUNCTION registry.schema_version() RETURNS integer
