@@ -130,7 +130,10 @@ CREATE FUNCTION registry.get_values(p_path text) RETURNS TABLE (name text, type 
   AS $$ SELECT name, type, value FROM registry.vals WHERE folded_path = registry.fold(p_path)
         ORDER BY type = 2 AND value = '', folded_name $$;
 
+-- PL/pgSQL keeps the plan across calls, also in a select list.
 CREATE FUNCTION registry.get_subkeys(p_path text) RETURNS SETOF text
-  LANGUAGE sql STABLE
-  AS $$ SELECT path FROM registry.keys WHERE parent = registry.fold(p_path) ORDER BY folded $$;
+  LANGUAGE plpgsql STABLE
+  AS $$ BEGIN
+          RETURN QUERY SELECT path FROM registry.keys WHERE parent = registry.fold(p_path) ORDER BY folded;
+        END $$;
 COMMIT;

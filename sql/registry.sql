@@ -139,8 +139,7 @@ CREATE TABLE IF NOT EXISTS registry.vals (
 );
 
 CREATE UNIQUE INDEX IF NOT EXISTS keys_folded_key ON registry.keys (registry.name_key(folded));
-CREATE INDEX IF NOT EXISTS keys_children
-  ON registry.keys (registry.name_key(parent), registry.name_key(folded));
+CREATE INDEX IF NOT EXISTS keys_children ON registry.keys (registry.name_key(parent));
 
 -- Helpers (not called by the client).
 
@@ -424,13 +423,19 @@ CREATE OR REPLACE FUNCTION registry.get_values(p_path text)
         JOIN registry.vals AS v ON v.key_id = k.id
         ORDER BY v.type = 2 AND v.value = '', registry.fold(v.name) $$;
 
--- Full paths of the direct subkeys, in folded order.
+-- Full paths of the direct subkeys, in folded order. PL/pgSQL keeps its plan
+-- across calls, also where the client calls it in a select list.
 CREATE OR REPLACE FUNCTION registry.get_subkeys(p_path text) RETURNS SETOF text
-  LANGUAGE sql STABLE
-  AS $$ SELECT path FROM registry.keys
-        WHERE registry.name_key(parent) = registry.name_key(registry.fold(p_path))
-          AND parent = registry.fold(p_path)
-        ORDER BY registry.name_key(folded), folded $$;
+  LANGUAGE plpgsql STABLE
+  AS $$
+  BEGIN
+    RETURN QUERY
+      SELECT path FROM registry.keys
+      WHERE registry.name_key(parent) = registry.name_key(registry.fold(p_path))
+        AND parent = registry.fold(p_path)
+      ORDER BY folded;
+  END
+  $$;
 
 -- The number of values of the key at key_path and of all keys below it; 0
 -- if there is no such key. The empty path is the top.
