@@ -271,12 +271,14 @@ CREATE OR REPLACE FUNCTION registry.lock_move(source_path text, target_path text
 -- keep_key the key itself stays, without values.
 CREATE OR REPLACE FUNCTION registry.remove_subtree(folded_path text, keep_key boolean)
   RETURNS void
-  LANGUAGE sql VOLATILE
+  LANGUAGE plpgsql VOLATILE
   AS $$
+  BEGIN
     DELETE FROM registry.vals WHERE key_id IN (SELECT id FROM registry.subtree(folded_path));
     DELETE FROM registry.keys
     WHERE id IN (SELECT id FROM registry.keys_below(folded_path)
                  UNION ALL SELECT id FROM registry.find_key(folded_path) WHERE NOT keep_key);
+  END
   $$;
 
 -- The eleven functions of the client.
