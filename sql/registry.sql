@@ -256,17 +256,6 @@ CREATE OR REPLACE FUNCTION registry.move_refusal(p_from text, p_to text) RETURNS
          registry.fold(registry.move_path(p_to)) AS target
   $$;
 
--- Locks a rename's or copy's source and destination with the levels above
--- them, and makes the levels above the destination.
-CREATE OR REPLACE FUNCTION registry.lock_move(source_path text, target_path text) RETURNS void
-  LANGUAGE plpgsql VOLATILE
-  AS $$
-  BEGIN
-    PERFORM registry.lock_paths(ARRAY[registry.fold(source_path), registry.fold(target_path)], true);
-    PERFORM registry.find_or_make_key(registry.parent_path(target_path));
-  END
-  $$;
-
 -- Removes the values and keys of folded path folded_path and below it; with
 -- keep_key the key itself stays, without values.
 CREATE OR REPLACE FUNCTION registry.remove_subtree(folded_path text, keep_key boolean)
@@ -347,10 +336,13 @@ CREATE OR REPLACE FUNCTION registry.delete_key(p_path text) RETURNS void
   END
   $$;
 
--- Moves a subtree; an existing destination subtree is removed first, missing
--- levels above the destination are created. 0 on success, 1 if the source
--- does not exist or one path lies inside the other.
-CREATE OR REPLACE FUNCTION registry.rename_key(p_from text, p_to text) RETURNS integer
+-- Copies (copying) or moves the subtree at p_from to p_to; a move removes
+-- an existing destination subtree first, a copy keeps what the source lacks
+-- and overwrites values of the same name. Missing levels above the
+-- destination are made. 0 on success, 1 if the source does not exist or one
+-- path lies inside the other.
+CREATE OR REPLACE FUNCTION registry.transfer_subtree(p_from text, p_to text, copying boolean)
+  RETURNS integer
   LANGUAGE plpgsql VOLATILE
   AS $$
   DECLARE
@@ -358,43 +350,27 @@ CREATE OR REPLACE FUNCTION registry.rename_key(p_from text, p_to text) RETURNS i
     target_path CONSTANT text := registry.move_path(p_to);
     source_folded CONSTANT text COLLATE "C" := registry.fold(source_path);
     target_folded CONSTANT text COLLATE "C" := registry.fold(target_path);
+    target_parent CONSTANT text COLLATE "C" := registry.fold(registry.parent_path(target_path));
     kept_from CONSTANT integer := length(source_path) + 1;
     refusal CONSTANT integer := registry.move_refusal(p_from, p_to);
   BEGIN
     IF refusal IS NOT NULL THEN RETURN refusal; END IF;
-    PERFORM registry.lock_move(source_path, target_path);
+    PERFORM registry.lock_paths(ARRAY[source_folded, target_folded], true);
     IF NOT EXISTS (SELECT FROM registry.find_key(source_folded)) THEN RETURN 1; END IF;
-    PERFORM registry.remove_subtree(target_folded, false);
-    UPDATE registry.keys
-    SET path = target_path || substr(path, kept_from),
-        folded = target_folded || substr(folded, kept_from),
-        parent = CASE WHEN folded = source_folded THEN registry.fold(registry.parent_path(target_path))
-                      ELSE target_folded || substr(parent, kept_from) END
-    WHERE id IN (SELECT id FROM registry.subtree(source_folded));
-    RETURN 0;
-  END
-  $$;
-
--- Copies a subtree into the destination, which keeps what the source lacks;
--- values of the same name are overwritten. 0 on success, 1 if the source
--- does not exist or one path lies inside the other.
-CREATE OR REPLACE FUNCTION registry.copy_values(p_from text, p_to text) RETURNS integer
-  LANGUAGE plpgsql VOLATILE
-  AS $$
-  DECLARE
-    source_path CONSTANT text := registry.move_path(p_from);
-    target_path CONSTANT text := registry.move_path(p_to);
-    source_folded CONSTANT text COLLATE "C" := registry.fold(source_path);
-    target_folded CONSTANT text COLLATE "C" := registry.fold(target_path);
-    kept_from CONSTANT integer := length(source_path) + 1;
-    refusal CONSTANT integer := registry.move_refusal(p_from, p_to);
-  BEGIN
-    IF refusal IS NOT NULL THEN RETURN refusal; END IF;
-    PERFORM registry.lock_move(source_path, target_path);
-    IF NOT EXISTS (SELECT FROM registry.find_key(source_folded)) THEN RETURN 1; END IF;
+    PERFORM registry.find_or_make_key(registry.parent_path(target_path));
+    IF NOT copying THEN
+      PERFORM registry.remove_subtree(target_folded, false);
+      UPDATE registry.keys
+      SET path = target_path || substr(path, kept_from),
+          folded = target_folded || substr(folded, kept_from),
+          parent = CASE WHEN folded = source_folded THEN target_parent
+                        ELSE target_folded || substr(parent, kept_from) END
+      WHERE id IN (SELECT id FROM registry.subtree(source_folded));
+      RETURN 0;
+    END IF;
     INSERT INTO registry.keys (path, folded, parent)
     SELECT target_path || substr(path, kept_from), target_folded || substr(folded, kept_from),
-           CASE WHEN folded = source_folded THEN registry.fold(registry.parent_path(target_path))
+           CASE WHEN folded = source_folded THEN target_parent
                 ELSE target_folded || substr(parent, kept_from) END
     FROM registry.subtree(source_folded)
     ORDER BY folded
@@ -408,6 +384,15 @@ CREATE OR REPLACE FUNCTION registry.copy_values(p_from text, p_to text) RETURNS 
     RETURN 0;
   END
   $$;
+
+CREATE OR REPLACE FUNCTION registry.rename_key(p_from text, p_to text) RETURNS integer
+  LANGUAGE sql VOLATILE
+  AS $$ SELECT registry.transfer_subtree(p_from, p_to, false) $$;
+
+-- Despite its name, the whole subtree.
+CREATE OR REPLACE FUNCTION registry.copy_values(p_from text, p_to text) RETURNS integer
+  LANGUAGE sql VOLATILE
+  AS $$ SELECT registry.transfer_subtree(p_from, p_to, true) $$;
 
 CREATE OR REPLACE FUNCTION registry.get_values_cnt(p_path text) RETURNS integer
   LANGUAGE sql STABLE
