@@ -13,7 +13,7 @@
 -- The top of the registry is the row whose folded path is ''. Values hang on
 -- the key's id, so renaming a subtree rewrites key rows only.
 --
--- Names compare without regard to ASCII case only: fold() translates A-Z and
+-- Names compare without regard to ASCII case only: fold() maps A-Z and
 -- nothing else, whatever the database's locale. The first writer's spelling
 -- is kept.
 --
@@ -25,16 +25,17 @@
 -- Every table has a primary key, so a publication of the schema replicates
 -- updates and deletes (logical replication).
 --
--- Concurrency. Functions that change the registry lock folded paths with
--- transaction-level advisory locks (no row locks, no WAL): a writer of
--- values shares every level of its key's path, the top '' included; a
--- removal, rename or copy holds its keys (source and destination)
--- exclusively and shares the levels above them. So a writer waits for a
--- removal or rename of any level above it and then makes the levels anew,
--- and a copy, rename or removal sees its subtrees unchanged from its first
--- statement to its last. Each function takes all its locks at its start,
--- in one order of the lock numbers (lock_paths), and never waits for a lock
--- while it holds a row: no two transactions wait for each other in a circle.
+-- Concurrency. A removal, rename or copy takes transaction-level advisory
+-- locks on folded paths (lock_paths; they write no WAL): its keys, source
+-- and destination, exclusively, the levels above them shared. A writer of a
+-- value into an existing key holds just that key's row FOR KEY SHARE, which
+-- only deleting the row waits for; a writer that has to make the key shares
+-- every level of its path instead. So a copy, rename or removal sees its
+-- subtrees unchanged but for values stored into existing keys, a removal
+-- waits for those and removes them too, and a writer that waited for a
+-- removal makes the levels anew. Advisory locks are taken at a function's
+-- start, in one order of the lock numbers, never while a row is held: no
+-- two transactions wait for each other in a circle.
 --
 -- Parameters arrive as untyped text; no function is overloaded, so every
 -- call resolves to exactly one function.
@@ -257,16 +258,25 @@ CREATE OR REPLACE FUNCTION registry.move_refusal(p_from text, p_to text) RETURNS
   $$;
 
 -- Removes the values and keys of folded path folded_path and below it; with
--- keep_key the key itself stays, without values.
+-- keep_key the key itself stays, without values. The keys go first: their
+-- removal waits for the writers that hold them (add_value), and the values
+-- are then read anew, with what those writers stored.
 CREATE OR REPLACE FUNCTION registry.remove_subtree(folded_path text, keep_key boolean)
   RETURNS void
   LANGUAGE plpgsql VOLATILE
   AS $$
+  DECLARE
+    removed_keys bigint[];
   BEGIN
-    DELETE FROM registry.vals WHERE key_id IN (SELECT id FROM registry.subtree(folded_path));
-    DELETE FROM registry.keys
-    WHERE id IN (SELECT id FROM registry.keys_below(folded_path)
-                 UNION ALL SELECT id FROM registry.find_key(folded_path) WHERE NOT keep_key);
+    WITH removed AS (
+      DELETE FROM registry.keys
+      WHERE id IN (SELECT id FROM registry.keys_below(folded_path)
+                   UNION ALL SELECT id FROM registry.find_key(folded_path) WHERE NOT keep_key)
+      RETURNING id)
+    SELECT array_agg(id) INTO removed_keys FROM removed;
+    DELETE FROM registry.vals
+    WHERE key_id = ANY (removed_keys)
+       OR key_id = (SELECT id FROM registry.find_key(folded_path) WHERE keep_key);
   END
   $$;
 
@@ -289,7 +299,11 @@ CREATE OR REPLACE FUNCTION registry.has_value(p_path text, p_name text) RETURNS 
   LANGUAGE sql STABLE
   AS $$ SELECT EXISTS (SELECT FROM registry.get_value(p_path, p_name)) $$;
 
--- Makes the key and any missing level above it, and stores the value.
+-- Stores the value, making the key and any missing level above it. An
+-- existing key is held by a row lock that only its removal conflicts with
+-- (FOR KEY SHARE; the look-up of find_key is written out, as a row lock
+-- cannot be taken through a function); a missing one is made under the path
+-- locks of lock_paths.
 CREATE OR REPLACE FUNCTION registry.add_value(p_path text, p_name text, p_type integer,
                                               p_value text) RETURNS void
   LANGUAGE plpgsql VOLATILE
@@ -297,9 +311,12 @@ CREATE OR REPLACE FUNCTION registry.add_value(p_path text, p_name text, p_type i
   DECLARE
     target_key bigint;
   BEGIN
-    PERFORM registry.lock_paths(ARRAY[registry.fold(p_path)], false);
-    SELECT id INTO target_key FROM registry.find_key(registry.fold(p_path));
+    SELECT id INTO target_key FROM registry.keys
+    WHERE registry.name_key(folded) = registry.name_key(registry.fold(p_path))
+      AND folded = registry.fold(p_path)
+    FOR KEY SHARE;
     IF target_key IS NULL THEN
+      PERFORM registry.lock_paths(ARRAY[registry.fold(p_path)], false);
       target_key := registry.find_or_make_key(p_path);
     END IF;
     INSERT INTO registry.vals (key_id, name_key, name, type, value)
