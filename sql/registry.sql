@@ -382,7 +382,9 @@ CREATE OR REPLACE FUNCTION registry.transfer_subtree(p_from text, p_to text, cop
           folded = target_folded || substr(folded, kept_from),
           parent = CASE WHEN folded = source_folded THEN target_parent
                         ELSE target_folded || substr(parent, kept_from) END
-      WHERE id IN (SELECT id FROM registry.subtree(source_folded));
+      WHERE id = (SELECT id FROM registry.find_key(source_folded))
+         OR starts_with(registry.name_key(folded), left(source_folded || '\', 256))
+            AND starts_with(folded, source_folded || '\');
       RETURN 0;
     END IF;
     INSERT INTO registry.keys (path, folded, parent)
