@@ -26,44 +26,7 @@ pgdir=$work/pg
 trap 'scripts/pg_server.sh stop "$pgdir" >/dev/null 2>&1 || true; rm -rf "$work"' EXIT
 
 csv=$work/registry.csv
-python3 - "$csv" <<'PY'
-import base64, random, sys
-random.seed(42)
-WORDS = ['room', 'Conference', 'alpha', 'beta', 'gateway', 'codec', 'H.264', 'SIP',
-         'user@example.org', 'a, b', 'say "hi"', 'caf\u00e9', '10.0.0.1', 'enabled']
-def quote(s):
-    if any(c in s for c in ',"\r\n'):
-        return '"' + s.replace('"', '""') + '"'
-    return s
-def text(low, high):
-    n = random.randint(low, high)
-    out = ''
-    while len(out) < n:
-        out += random.choice(WORDS) + ' '
-    return out[:n]
-with open(sys.argv[1], 'w', encoding='utf-8', newline='') as f:
-    f.write('KNAME,VNAME,TYPE,VALUE\n')
-    for k in range(20000):
-        depth = 3 + k % 3
-        parts = ['Group%d' % (k % 20), 'Section%d' % (k % 400), 'Item%d' % k,
-                 'Detail%d' % (k % 7), 'Leaf%d' % (k % 5)][:depth]
-        key = quote('\\'.join(parts))
-        for v in range(10):
-            name = quote('Value %d' % v)
-            r = random.random()
-            if r < 0.70:
-                row = 'str,' + quote(text(5, 200))
-            elif r < 0.85:
-                row = 'i32,%d' % random.randint(0, 2**32 - 1)
-            elif r < 0.92:
-                row = 'i64,%d' % random.randint(0, 2**64 - 1)
-            elif r < 0.96:
-                data = bytes(random.randint(0, 255) for _ in range(random.randint(1, 2048)))
-                row = 'b64,' + base64.b64encode(data + b'\x01').decode()
-            else:
-                row = 'bin,' + quote(text(1, 2048))
-            f.write('%s,%s,%s\n' % (key, name, row))
-PY
+python3 bench/registry_csv.py "$csv"
 csv_bytes=$(stat -c %s "$csv")
 rows=$(( $(python3 -c "import csv,sys; csv.field_size_limit(10**7); print(sum(1 for _ in csv.reader(open(sys.argv[1], newline=''))))" "$csv") - 1 ))
 printf 'CSV: %d rows, %d bytes (%.1f MB)\n' "$rows" "$csv_bytes" "$(echo "$csv_bytes / 1048576" | bc -l)"

@@ -22,6 +22,7 @@
 # The databases are UTF8, as a production registry would be: the server
 # refuses text that is not UTF-8 (the memory registry keeps any bytes).
 # With HIVECTL_PG_FAST=1 the server runs without fsync: for tests only.
+# wal_level is logical, so that a test may publish the registry.
 # initdb refuses root, so as root the server runs as the postgres user.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -45,7 +46,7 @@ start)
   as_server_user "$bindir/initdb" -D "$dir/data" -U postgres --auth=trust \
     --encoding=UTF8 --locale=C.UTF-8 >"$dir/initdb.log"
   settings=(-c listen_addresses= -c "unix_socket_directories=$dir" -p "$port"
-            -c max_connections=300)
+            -c max_connections=300 -c wal_level=logical)
   if [ "${HIVECTL_PG_FAST:-0}" = 1 ]; then
     settings+=(-c fsync=off -c synchronous_commit=off -c full_page_writes=off)
   fi

@@ -4,8 +4,8 @@
 -- Load into an existing database with
 --   psql -v ON_ERROR_STOP=1 -d DATABASE -f sql/registry.sql
 -- Loading again is harmless: tables and their rows are kept, functions
--- replaced, and an older schema is upgraded in place (see "Schema version"
--- below). The packaged qv-hivectl-schema script loads, verifies and grants it.
+-- replaced, and an older schema is upgraded in place (see "Upgrade" below).
+-- The packaged qv-hivectl-schema script loads, verifies and grants it.
 --
 -- Model. Every key is one row of registry.keys with its full path as first
 -- spelled ("path"), the same with A-Z folded to a-z ("folded", the identity
@@ -13,29 +13,29 @@
 -- The top of the registry is the row whose folded path is ''. Values hang on
 -- the key's id, so renaming a subtree rewrites key rows only.
 --
--- Names may be of any length. The unique indexes therefore hold ident(), a
--- SHA-256 of the folded text, and every look-up compares the text as well.
--- A subtree of folded path f is  folded = f  plus below(folded, f), the range
---   folded > f || '\'  AND  folded < f || ']'
--- (']' is the byte after the backslash), which below() also states on the
--- first 512 characters so that it is an index range scan on keys_prefix;
--- no LIKE, so no escaping of '%' and '_' in key names.
---
--- Names compare without regard to ASCII case only: fold() translates A-Z and
+-- Names compare without regard to ASCII case only: fold() maps A-Z and
 -- nothing else, whatever the database's locale. The first writer's spelling
 -- is kept.
 --
--- Concurrency. Every key's parent exists, whatever runs at the same time.
--- Making a key locks each of its levels FOR SHARE, top first, creating the
--- missing ones (hold_key); storing a value in an existing key locks just that
--- key FOR SHARE. A removal, rename or copy locks the existing levels above
--- the keys it works on FOR SHARE and those keys FOR UPDATE (a copy's source
--- FOR SHARE), all in folded order, before it reads the subtrees with a
--- snapshot taken after the locks. So a removal waits for a writer below its
--- key to commit and then sees what it made, and a writer that waited for a
--- removal makes the levels anew. Every function takes its locks in folded
--- order, in which a key comes before the keys below it, so no two wait for
--- each other in a circle.
+-- Names may be of any length. A btree holds a text of up to about 2.7 kB, so
+-- indexes hold name_key() of a folded text: the text itself up to 256
+-- characters, else its first 256 characters and its SHA-256. Short texts,
+-- nearly all, thus keep their order in the index.
+--
+-- Every table has a primary key, so a publication of the schema replicates
+-- updates and deletes (logical replication).
+--
+-- Concurrency. A removal, rename or copy takes transaction-level advisory
+-- locks on folded paths (lock_paths; they write no WAL): its keys, source
+-- and destination, exclusively, the levels above them shared. A writer of a
+-- value into an existing key holds just that key's row FOR KEY SHARE, which
+-- only deleting the row waits for; a writer that has to make the key shares
+-- every level of its path instead. So a copy, rename or removal sees its
+-- subtrees unchanged but for values stored into existing keys, a removal
+-- waits for those and removes them too, and a writer that waited for a
+-- removal makes the levels anew. Advisory locks are taken at a function's
+-- start, in one order of the lock numbers, never while a row is held: no
+-- two transactions wait for each other in a circle.
 --
 -- Parameters arrive as untyped text; no function is overloaded, so every
 -- call resolves to exactly one function.
@@ -47,38 +47,74 @@ BEGIN;
 
 CREATE SCHEMA IF NOT EXISTS registry;
 
--- Schema version ------------------------------------------------------------
+-- Helpers of the indexes. Indexes and stored keys are built on them: they
+-- must never change.
+
+-- Under the "C" collation lower() maps A-Z to a-z and leaves every other
+-- character as it is.
+CREATE OR REPLACE FUNCTION registry.fold(p text) RETURNS text
+  LANGUAGE sql IMMUTABLE PARALLEL SAFE
+  AS $$ SELECT lower(p COLLATE "C") $$;
+
+-- The index key of a folded text (see "Names may be of any length"). The
+-- escape decoding of the text with its backslashes doubled gives its bytes.
+CREATE OR REPLACE FUNCTION registry.name_key(folded text) RETURNS text
+  LANGUAGE sql IMMUTABLE PARALLEL SAFE
+  AS $$ SELECT CASE WHEN length(folded) <= 256 THEN folded COLLATE "C"
+                    ELSE left(folded, 256) COLLATE "C"
+                         || encode(sha256(decode(replace(folded, '\', '\\'), 'escape')), 'hex')
+               END $$;
+
+-- Upgrade -------------------------------------------------------------------
 -- registry.schema_version() answers the version of the file last loaded.
--- Loading this file over an older schema first runs the numbered upgrade
--- steps from the version found up to this file's, in this file's one
--- transaction, before the tables, indexes and functions below are created or
--- replaced. A schema with registry.keys but no schema_version() is version 1.
--- A newer schema is refused, so that an older package cannot downgrade it.
+-- Loading this file over an older schema first runs the upgrade steps from
+-- the version found up to this file's, in this file's one transaction,
+-- before the tables, indexes and functions below are created or replaced. A
+-- schema with registry.keys but no schema_version() is version 1. A newer
+-- schema is refused, so that an older package cannot downgrade it. The rows
+-- of every version stay as they are, but for the index keys of long value
+-- names.
 DO $upgrade$
 DECLARE
-  file_version CONSTANT integer := 3;
-  found integer;
+  file_version CONSTANT integer := 4;
+  installed_version integer;
 BEGIN
   IF to_regprocedure('registry.schema_version()') IS NOT NULL THEN
-    EXECUTE 'SELECT registry.schema_version()' INTO found;
+    EXECUTE 'SELECT registry.schema_version()' INTO installed_version;
   ELSIF to_regclass('registry.keys') IS NOT NULL THEN
-    found := 1;
+    installed_version := 1;
   END IF;
-  IF found > file_version THEN
+  IF installed_version > file_version THEN
     RAISE EXCEPTION 'registry schema version % is newer than this file (version %)',
-      found, file_version;
+      installed_version, file_version;
   END IF;
 
-  -- Upgrade steps, oldest first; step N turns version N-1 into N and runs
-  -- only on a schema older than N. A new schema skips them all.
-  --
-  -- Step 2: version 1 lacked schema_version() and the role grants; its
-  -- tables and data stay as they are.
-  --
-  -- Step 3: versions up to 2 indexed whole names, which limited a name to
-  -- about 2.7 kB. The statements after this block replace those indexes
-  -- (they drop what an older load made and create what is missing, so they
-  -- are harmless on any version); rows stay as they are.
+  -- Versions 1 and 2 indexed whole names; version 3 replaced those indexes.
+  IF installed_version < 3 THEN
+    DROP INDEX registry.keys_folded;
+    DROP INDEX registry.keys_parent;
+    ALTER TABLE registry.vals DROP CONSTRAINT vals_pkey;
+    DROP FUNCTION IF EXISTS registry.make_key(text);
+  END IF;
+  -- Version 3 indexed SHA-256 hashes of all names, held row locks, and had
+  -- no primary key on vals. Version 4 keys values by name_key() and drops
+  -- the foreign key, whose check locked the key row for every value stored.
+  IF installed_version = 3 THEN
+    DROP INDEX registry.keys_ident;
+    DROP INDEX registry.keys_prefix;
+    DROP INDEX registry.keys_parent_ident;
+    DROP INDEX registry.vals_ident;
+    DROP FUNCTION IF EXISTS registry.hold_key(text), registry.hold_level(text, text, text, boolean),
+      registry.seize_pair(text, text, boolean), registry.share_ancestors(text),
+      registry.below(text, text), registry.ident(text);
+  END IF;
+  IF installed_version < 4 THEN
+    ALTER TABLE registry.vals DROP CONSTRAINT vals_key_id_fkey;
+    ALTER TABLE registry.vals RENAME COLUMN folded_name TO name_key;
+    UPDATE registry.vals SET name_key = registry.name_key(name_key) WHERE length(name_key) > 256;
+    ALTER TABLE registry.vals ADD PRIMARY KEY (key_id, name_key);
+    DROP FUNCTION IF EXISTS registry.parent_of(text);
+  END IF;
 
   EXECUTE format('CREATE OR REPLACE FUNCTION registry.schema_version() RETURNS integer
                     LANGUAGE sql IMMUTABLE PARALLEL SAFE AS $$ SELECT %s $$', file_version);
@@ -92,194 +128,200 @@ CREATE TABLE IF NOT EXISTS registry.keys (
   parent text COLLATE "C"  -- folded path of the parent; NULL for the top
 );
 
+-- A value of the key key_id. Only the functions below write this table and
+-- remove a key's values with the key.
 CREATE TABLE IF NOT EXISTS registry.vals (
-  key_id bigint NOT NULL REFERENCES registry.keys (id) ON DELETE CASCADE,
-  folded_name text COLLATE "C" NOT NULL,
+  key_id bigint NOT NULL,
+  name_key text COLLATE "C" NOT NULL,  -- name_key(fold(name))
   name text NOT NULL,
   type smallint NOT NULL,  -- wire code: 1 str, 2 bin (base64), 3 i32, 4 i64
-  value text NOT NULL
+  value text NOT NULL,
+  PRIMARY KEY (key_id, name_key)
 );
+
+CREATE UNIQUE INDEX IF NOT EXISTS keys_folded_key ON registry.keys (registry.name_key(folded));
+CREATE INDEX IF NOT EXISTS keys_children ON registry.keys (registry.name_key(parent));
 
 -- Helpers (not called by the client).
 
-CREATE OR REPLACE FUNCTION registry.fold(p text) RETURNS text
-  LANGUAGE sql IMMUTABLE STRICT PARALLEL SAFE
-  AS $$ SELECT translate(p, 'ABCDEFGHIJKLMNOPQRSTUVWXYZ',
-                            'abcdefghijklmnopqrstuvwxyz') COLLATE "C" $$;
+-- The key of folded path folded_path, if it exists.
+CREATE OR REPLACE FUNCTION registry.find_key(folded_path text) RETURNS SETOF registry.keys
+  LANGUAGE sql STABLE
+  AS $$ SELECT * FROM registry.keys
+        WHERE registry.name_key(folded) = registry.name_key(folded_path)
+          AND folded = folded_path $$;
 
--- SHA-256 of the bytes of p (with its backslashes doubled, the escape
--- decoding gives back exactly those bytes). Indexes are built on it: it
--- must never change.
-CREATE OR REPLACE FUNCTION registry.ident(p text) RETURNS bytea
-  LANGUAGE sql IMMUTABLE STRICT PARALLEL SAFE
-  AS $$ SELECT sha256(decode(replace(p, '\', '\\'), 'escape')) $$;
+-- The keys strictly below folded path folded_path; below the top, all others.
+CREATE OR REPLACE FUNCTION registry.keys_below(folded_path text) RETURNS SETOF registry.keys
+  LANGUAGE sql STABLE
+  AS $$ SELECT * FROM registry.keys
+        WHERE folded_path <> ''
+          AND starts_with(registry.name_key(folded), left(folded_path || '\', 256))
+          AND starts_with(folded, folded_path || '\')
+        UNION ALL
+        SELECT * FROM registry.keys WHERE folded_path = '' AND folded <> '' $$;
 
--- Whether folded path k lies strictly below folded path f (f not the top).
--- The terms on left() follow from the others; they are there for the index.
-CREATE OR REPLACE FUNCTION registry.below(k text, f text) RETURNS boolean
-  LANGUAGE sql IMMUTABLE PARALLEL SAFE
-  AS $$ SELECT left(k, 512) >= left(f || '\', 512) AND left(k, 512) <= left(f || ']', 512)
-               AND k > f || '\' AND k < f || ']' $$;
+-- The key of folded path folded_path and the keys below it.
+CREATE OR REPLACE FUNCTION registry.subtree(folded_path text) RETURNS SETOF registry.keys
+  LANGUAGE sql STABLE
+  AS $$ SELECT * FROM registry.find_key(folded_path)
+        UNION ALL SELECT * FROM registry.keys_below(folded_path) $$;
 
--- Indexes. Earlier loads indexed the whole texts, which limited a name to
--- about 2.7 kB; those indexes make way for these.
-DROP INDEX IF EXISTS registry.keys_folded;
-DROP INDEX IF EXISTS registry.keys_parent;
-ALTER TABLE registry.vals DROP CONSTRAINT IF EXISTS vals_pkey;
-CREATE UNIQUE INDEX IF NOT EXISTS keys_ident ON registry.keys (registry.ident(folded));
-CREATE INDEX IF NOT EXISTS keys_prefix ON registry.keys (left(folded, 512));
-CREATE INDEX IF NOT EXISTS keys_parent_ident ON registry.keys (registry.ident(parent));
-CREATE UNIQUE INDEX IF NOT EXISTS vals_ident
-  ON registry.vals (key_id, registry.ident(folded_name));
-
--- Locks the existing proper ancestors of folded path f FOR SHARE, top first.
-CREATE OR REPLACE FUNCTION registry.share_ancestors(f text) RETURNS void
-  LANGUAGE plpgsql VOLATILE
+-- The levels of a path from the top down: '', 'a', 'a\b' for 'a\b'.
+CREATE OR REPLACE FUNCTION registry.path_levels(key_path text) RETURNS text[]
+  LANGUAGE plpgsql IMMUTABLE PARALLEL SAFE
   AS $$
   DECLARE
-    parts text[] := string_to_array(f, '\');
+    parts CONSTANT text[] := string_to_array(key_path, '\');
+    level text := parts[1];
+    levels text[] := ARRAY['', level];
   BEGIN
-    PERFORM 1 FROM registry.keys
-    WHERE registry.ident(folded) = ANY (
-      SELECT registry.ident(array_to_string(parts[1:i], '\'))
-      FROM generate_series(0, coalesce(array_length(parts, 1), 0) - 1) AS i)
-    ORDER BY folded
-    FOR SHARE;
-  END
-  $$;
-
--- The id of the key at p_path (folded f, parent's folded path up), made if
--- missing, and locked FOR SHARE, or FOR UPDATE if exclusive, until the
--- transaction ends. A key that a concurrent transaction removes or renames
--- meanwhile is waited for and then made anew. The loop ends by itself only
--- for a name whose SHA-256 another name already holds.
-CREATE OR REPLACE FUNCTION registry.hold_level(p_path text, f text, up text,
-                                               exclusive boolean) RETURNS bigint
-  LANGUAGE plpgsql VOLATILE
-  AS $$
-  DECLARE
-    k bigint;
-  BEGIN
-    FOR attempt IN 1 .. 100 LOOP
-      IF exclusive THEN
-        SELECT id INTO k FROM registry.keys
-        WHERE registry.ident(folded) = registry.ident(f) AND folded = f FOR UPDATE;
-      ELSE
-        SELECT id INTO k FROM registry.keys
-        WHERE registry.ident(folded) = registry.ident(f) AND folded = f FOR SHARE;
-      END IF;
-      IF k IS NOT NULL THEN RETURN k; END IF;
-      INSERT INTO registry.keys (path, folded, parent) VALUES (p_path, f, up)
-      ON CONFLICT (registry.ident(folded)) DO NOTHING
-      RETURNING id INTO k;
-      IF k IS NOT NULL THEN RETURN k; END IF;
+    IF key_path = '' THEN RETURN ARRAY['']; END IF;
+    FOR depth IN 2 .. cardinality(parts) LOOP
+      level := level || '\' || parts[depth];
+      levels := levels || level;
     END LOOP;
-    RAISE EXCEPTION 'registry: key % can not be made', left(p_path, 200);
+    RETURN levels;
   END
   $$;
 
--- The id of the key at p_path, made with every missing level above it, the
--- top included; every level stays locked FOR SHARE (see hold_level). Levels
--- go top first, in folded order like every other lock. Yet a lock can land
--- out of that order: for a row that a concurrent rename has moved meanwhile,
--- PostgreSQL locks the moved row before it finds that it no longer matches.
--- The server then ends the circle by failing one of the waiters with
--- deadlock_detected; this function, delete_key, rename_key and copy_values
--- undo their own work and try again.
-CREATE OR REPLACE FUNCTION registry.hold_key(p_path text) RETURNS bigint
+-- The one home of locking. Takes transaction-level advisory locks on the
+-- given folded paths, exclusive ones if exclusive, and shared ones on every
+-- level above them. Locks go in ascending order of their numbers, and every
+-- function calls this once, before it touches a row: so no two transactions
+-- wait for each other in a circle.
+CREATE OR REPLACE FUNCTION registry.lock_paths(folded_paths text[], exclusive boolean)
+  RETURNS void
+  LANGUAGE plpgsql VOLATILE
+  AS $$
+  BEGIN
+    PERFORM CASE WHEN exclusive_lock THEN pg_advisory_xact_lock(lock_number)
+                 ELSE pg_advisory_xact_lock_shared(lock_number) END
+    FROM (SELECT DISTINCT ON (lock_number) hashtextextended(level, 4) AS lock_number,
+                 exclusive AND level = ANY (folded_paths) AS exclusive_lock
+          FROM unnest(folded_paths) AS folded_path,
+               unnest(registry.path_levels(folded_path)) AS level
+          ORDER BY lock_number, exclusive_lock DESC) AS wanted;
+  END
+  $$;
+
+-- The id of the key at key_path, made with every missing level above it if
+-- missing. The caller holds the levels of key_path locked (lock_paths), so
+-- none of them goes away meanwhile.
+CREATE OR REPLACE FUNCTION registry.find_or_make_key(key_path text) RETURNS bigint
   LANGUAGE plpgsql VOLATILE
   AS $$
   DECLARE
-    parts text[] := string_to_array(p_path, '\');
-    level text;
-    up text COLLATE "C";
-    k bigint;
+    key_id bigint;
+    levels text[];
   BEGIN
-    FOR attempt IN 1 .. 10 LOOP
-      BEGIN
-        up := NULL;
-        FOR i IN 0 .. coalesce(array_length(parts, 1), 0) LOOP
-          level := array_to_string(parts[1:i], '\');
-          k := registry.hold_level(level, registry.fold(level), up, false);
-          up := registry.fold(level);
-        END LOOP;
-        RETURN k;
-      EXCEPTION WHEN deadlock_detected THEN
-        IF attempt = 10 THEN RAISE; END IF;
-      END;
-    END LOOP;
+    SELECT id INTO key_id FROM registry.find_key(registry.fold(key_path));
+    IF key_id IS NULL THEN
+      levels := registry.path_levels(key_path);
+      INSERT INTO registry.keys (path, folded, parent)
+      SELECT level, registry.fold(level), registry.fold(levels[depth - 1])
+      FROM unnest(levels) WITH ORDINALITY AS level_list (level, depth)
+      ORDER BY depth
+      ON CONFLICT (registry.name_key(folded)) DO NOTHING;
+      SELECT id INTO STRICT key_id FROM registry.find_key(registry.fold(key_path));
+    END IF;
+    RETURN key_id;
   END
   $$;
-
--- An older load's helper, replaced by hold_key.
-DROP FUNCTION IF EXISTS registry.make_key(text);
 
 -- The path of the parent of a (non-top) path, as spelled; '' for a level
 -- below the top.
 CREATE OR REPLACE FUNCTION registry.parent_path(p text) RETURNS text
-  LANGUAGE sql IMMUTABLE STRICT PARALLEL SAFE
+  LANGUAGE sql IMMUTABLE PARALLEL SAFE
   AS $$ SELECT CASE WHEN strpos(p, '\') = 0 THEN ''
                     ELSE left(p, length(p) - strpos(reverse(p), '\')) END $$;
-
--- The folded path of the parent of a (non-top) path.
-CREATE OR REPLACE FUNCTION registry.parent_of(p text) RETURNS text
-  LANGUAGE sql IMMUTABLE STRICT PARALLEL SAFE
-  AS $$ SELECT registry.fold(registry.parent_path(p)) $$;
 
 -- The destination or source of a rename or copy: the empty path names the
 -- key of empty name below the top, whose path is a single backslash (as a
 -- key of empty name below R is 'R\').
 CREATE OR REPLACE FUNCTION registry.move_path(p text) RETURNS text
-  LANGUAGE sql IMMUTABLE STRICT PARALLEL SAFE
+  LANGUAGE sql IMMUTABLE PARALLEL SAFE
   AS $$ SELECT CASE WHEN p = '' THEN '\' ELSE p END $$;
+
+-- Why a rename or copy from p_from to p_to does nothing: 0 if both are the
+-- same key, 1 if the source does not exist or one lies inside the other;
+-- NULL if it is to be done.
+CREATE OR REPLACE FUNCTION registry.move_refusal(p_from text, p_to text) RETURNS integer
+  LANGUAGE sql STABLE
+  AS $$
+    SELECT CASE WHEN NOT EXISTS (SELECT FROM registry.find_key(source)) THEN 1
+                WHEN source = target THEN 0
+                WHEN starts_with(target, source || '\') OR starts_with(source, target || '\') THEN 1
+           END
+    FROM registry.fold(registry.move_path(p_from)) AS source,
+         registry.fold(registry.move_path(p_to)) AS target
+  $$;
+
+-- Removes the values and keys of folded path folded_path and below it; with
+-- keep_key the key itself stays, without values. The keys go first: their
+-- removal waits for the writers that hold them (add_value), and the values
+-- are then read anew, with what those writers stored.
+CREATE OR REPLACE FUNCTION registry.remove_subtree(folded_path text, keep_key boolean)
+  RETURNS void
+  LANGUAGE plpgsql VOLATILE
+  AS $$
+  DECLARE
+    removed_keys bigint[];
+  BEGIN
+    WITH removed AS (
+      DELETE FROM registry.keys
+      WHERE id IN (SELECT id FROM registry.keys_below(folded_path)
+                   UNION ALL SELECT id FROM registry.find_key(folded_path) WHERE NOT keep_key)
+      RETURNING id)
+    SELECT array_agg(id) INTO removed_keys FROM removed;
+    DELETE FROM registry.vals
+    WHERE key_id = ANY (removed_keys)
+       OR key_id = (SELECT id FROM registry.find_key(folded_path) WHERE keep_key);
+  END
+  $$;
 
 -- The eleven functions of the client.
 
 CREATE OR REPLACE FUNCTION registry.has_key(p_path text) RETURNS boolean
   LANGUAGE sql STABLE
-  AS $$ SELECT p_path = ''
-            OR EXISTS (SELECT 1 FROM registry.keys
-                       WHERE registry.ident(folded) = registry.ident(registry.fold(p_path))
-                         AND folded = registry.fold(p_path)) $$;
-
-CREATE OR REPLACE FUNCTION registry.has_value(p_path text, p_name text) RETURNS boolean
-  LANGUAGE sql STABLE
-  AS $$ SELECT EXISTS (SELECT 1 FROM registry.keys k
-                       JOIN registry.vals v ON v.key_id = k.id
-                       WHERE registry.ident(k.folded) = registry.ident(registry.fold(p_path))
-                         AND k.folded = registry.fold(p_path)
-                         AND registry.ident(v.folded_name) = registry.ident(registry.fold(p_name))
-                         AND v.folded_name = registry.fold(p_name)) $$;
+  AS $$ SELECT p_path = '' OR EXISTS (SELECT FROM registry.find_key(registry.fold(p_path))) $$;
 
 CREATE OR REPLACE FUNCTION registry.get_value(p_path text, p_name text)
   RETURNS TABLE (type smallint, value text)
   LANGUAGE sql STABLE
-  AS $$ SELECT v.type, v.value FROM registry.keys k
-        JOIN registry.vals v ON v.key_id = k.id
-        WHERE registry.ident(k.folded) = registry.ident(registry.fold(p_path))
-          AND k.folded = registry.fold(p_path)
-          AND registry.ident(v.folded_name) = registry.ident(registry.fold(p_name))
-          AND v.folded_name = registry.fold(p_name) $$;
+  AS $$ SELECT v.type, v.value
+        FROM registry.find_key(registry.fold(p_path)) AS k
+        JOIN registry.vals AS v ON v.key_id = k.id
+        WHERE v.name_key = registry.name_key(registry.fold(p_name))
+          AND registry.fold(v.name) = registry.fold(p_name) $$;
 
--- Stores into an existing key under a FOR SHARE lock on it; a missing key,
--- or one removed meanwhile, is made by hold_key.
+CREATE OR REPLACE FUNCTION registry.has_value(p_path text, p_name text) RETURNS boolean
+  LANGUAGE sql STABLE
+  AS $$ SELECT EXISTS (SELECT FROM registry.get_value(p_path, p_name)) $$;
+
+-- Stores the value, making the key and any missing level above it. An
+-- existing key is held by a row lock that only its removal conflicts with
+-- (FOR KEY SHARE; the look-up of find_key is written out, as a row lock
+-- cannot be taken through a function); a missing one is made under the path
+-- locks of lock_paths.
 CREATE OR REPLACE FUNCTION registry.add_value(p_path text, p_name text, p_type integer,
                                               p_value text) RETURNS void
   LANGUAGE plpgsql VOLATILE
   AS $$
   DECLARE
-    f text COLLATE "C" := registry.fold(p_path);
-    k bigint;
+    target_key bigint;
   BEGIN
-    SELECT id INTO k FROM registry.keys
-    WHERE registry.ident(folded) = registry.ident(f) AND folded = f FOR SHARE;
-    IF k IS NULL THEN
-      k := registry.hold_key(p_path);
+    SELECT id INTO target_key FROM registry.keys
+    WHERE registry.name_key(folded) = registry.name_key(registry.fold(p_path))
+      AND folded = registry.fold(p_path)
+    FOR KEY SHARE;
+    IF target_key IS NULL THEN
+      PERFORM registry.lock_paths(ARRAY[registry.fold(p_path)], false);
+      target_key := registry.find_or_make_key(p_path);
     END IF;
-    INSERT INTO registry.vals (key_id, folded_name, name, type, value)
-    VALUES (k, registry.fold(p_name), p_name, p_type, p_value)
-    ON CONFLICT (key_id, registry.ident(folded_name))
-      DO UPDATE SET type = EXCLUDED.type, value = EXCLUDED.value;
+    INSERT INTO registry.vals (key_id, name_key, name, type, value)
+    VALUES (target_key, registry.name_key(registry.fold(p_name)), p_name, p_type, p_value)
+    ON CONFLICT (key_id, name_key) DO UPDATE SET type = EXCLUDED.type, value = EXCLUDED.value;
   END
   $$;
 
@@ -287,11 +329,10 @@ CREATE OR REPLACE FUNCTION registry.delete_value(p_path text, p_name text) RETUR
   LANGUAGE sql VOLATILE
   AS $$
     WITH gone AS (
-      DELETE FROM registry.vals v USING registry.keys k
-      WHERE registry.ident(k.folded) = registry.ident(registry.fold(p_path))
-        AND k.folded = registry.fold(p_path) AND v.key_id = k.id
-        AND registry.ident(v.folded_name) = registry.ident(registry.fold(p_name))
-        AND v.folded_name = registry.fold(p_name)
+      DELETE FROM registry.vals AS v USING registry.find_key(registry.fold(p_path)) AS k
+      WHERE v.key_id = k.id
+        AND v.name_key = registry.name_key(registry.fold(p_name))
+        AND registry.fold(v.name) = registry.fold(p_name)
       RETURNING 1)
     SELECT CASE WHEN count(*) > 0 THEN 0 ELSE 1 END::integer FROM gone
   $$;
@@ -303,188 +344,112 @@ CREATE OR REPLACE FUNCTION registry.delete_key(p_path text) RETURNS void
   LANGUAGE plpgsql VOLATILE
   AS $$
   DECLARE
-    f text COLLATE "C" := registry.fold(p_path);
-    keep boolean := f = '' OR right(f, 1) = '\';
-    k bigint;
+    keep_key CONSTANT boolean := p_path = '' OR right(p_path, 1) = '\';
+    folded_path CONSTANT text COLLATE "C" :=
+      registry.fold(CASE WHEN keep_key THEN left(p_path, -1) ELSE p_path END);
   BEGIN
-    IF keep THEN f := left(f, -1); END IF;
-    FOR attempt IN 1 .. 10 LOOP
-      BEGIN
-        PERFORM registry.share_ancestors(f);
-        SELECT id INTO k FROM registry.keys
-        WHERE registry.ident(folded) = registry.ident(f) AND folded = f FOR UPDATE;
-        IF k IS NULL THEN RETURN; END IF;
-        IF f = '' THEN
-          DELETE FROM registry.vals WHERE key_id = k;
-          DELETE FROM registry.keys WHERE id <> k;
-          RETURN;
-        END IF;
-        DELETE FROM registry.keys WHERE registry.below(folded, f);
-        IF keep THEN
-          DELETE FROM registry.vals WHERE key_id = k;
-        ELSE
-          DELETE FROM registry.keys WHERE id = k;
-        END IF;
-        RETURN;
-      EXCEPTION WHEN deadlock_detected THEN
-        IF attempt = 10 THEN RAISE; END IF;
-      END;
-    END LOOP;
+    PERFORM registry.lock_paths(ARRAY[folded_path], true);
+    PERFORM registry.remove_subtree(folded_path, keep_key);
   END
   $$;
 
--- Locks, in folded order: the existing levels above folded path f FOR
--- SHARE, f FOR UPDATE (FOR SHARE unless f_exclusive), the levels above
--- p_to FOR SHARE and p_to FOR UPDATE, making those of p_to that are
--- missing. All callers lock in folded order, an ancestor before its
--- descendants, so that none waits for another in a circle. Answers whether
--- f exists.
-CREATE OR REPLACE FUNCTION registry.seize_pair(f text, p_to text, f_exclusive boolean)
-  RETURNS boolean
+-- Copies (copying) or moves the subtree at p_from to p_to; a move removes
+-- an existing destination subtree first, a copy keeps what the source lacks
+-- and overwrites values of the same name. Missing levels above the
+-- destination are made. 0 on success, 1 if the source does not exist or one
+-- path lies inside the other.
+CREATE OR REPLACE FUNCTION registry.transfer_subtree(p_from text, p_to text, copying boolean)
+  RETURNS integer
   LANGUAGE plpgsql VOLATILE
   AS $$
   DECLARE
-    to_parts text[] := string_to_array(p_to, '\');
-    f_parts text[] := string_to_array(f, '\');
-    found_f boolean := false;
-    lv record;
+    source_path CONSTANT text := registry.move_path(p_from);
+    target_path CONSTANT text := registry.move_path(p_to);
+    source_folded CONSTANT text COLLATE "C" := registry.fold(source_path);
+    target_folded CONSTANT text COLLATE "C" := registry.fold(target_path);
+    target_parent CONSTANT text COLLATE "C" := registry.fold(registry.parent_path(target_path));
+    kept_from CONSTANT integer := length(source_path) + 1;
+    refusal CONSTANT integer := registry.move_refusal(p_from, p_to);
   BEGIN
-    -- kind: 0 above f, 1 above p_to, 2 f, 3 p_to; a level above both is made.
-    FOR lv IN
-      SELECT DISTINCT ON (folded) folded, path, up, kind FROM (
-        SELECT registry.fold(array_to_string(to_parts[1:i], '\')) COLLATE "C" AS folded,
-               array_to_string(to_parts[1:i], '\') AS path,
-               registry.fold(array_to_string(to_parts[1:i - 1], '\')) AS up,
-               CASE WHEN i = cardinality(to_parts) THEN 3 ELSE 1 END AS kind
-        FROM generate_series(0, cardinality(to_parts)) AS i
-        UNION ALL
-        SELECT array_to_string(f_parts[1:i], '\'), NULL, NULL,
-               CASE WHEN i = cardinality(f_parts) THEN 2 ELSE 0 END
-        FROM generate_series(0, cardinality(f_parts)) AS i) AS levels
-      ORDER BY folded, kind DESC
-    LOOP
-      IF lv.kind = 0 OR (lv.kind = 2 AND NOT f_exclusive) THEN
-        PERFORM 1 FROM registry.keys
-        WHERE registry.ident(folded) = registry.ident(lv.folded) AND folded = lv.folded FOR SHARE;
-      ELSIF lv.kind = 2 THEN
-        PERFORM 1 FROM registry.keys
-        WHERE registry.ident(folded) = registry.ident(lv.folded) AND folded = lv.folded FOR UPDATE;
-      ELSE
-        PERFORM registry.hold_level(lv.path, lv.folded, CASE WHEN lv.folded = '' THEN NULL ELSE lv.up END,
-                                    lv.kind = 3);
-      END IF;
-      IF lv.kind = 2 THEN found_f := FOUND; END IF;
-    END LOOP;
-    RETURN found_f;
+    IF refusal IS NOT NULL THEN RETURN refusal; END IF;
+    PERFORM registry.lock_paths(ARRAY[source_folded, target_folded], true);
+    IF NOT EXISTS (SELECT FROM registry.find_key(source_folded)) THEN RETURN 1; END IF;
+    PERFORM registry.find_or_make_key(registry.parent_path(target_path));
+    IF NOT copying THEN
+      PERFORM registry.remove_subtree(target_folded, false);
+      UPDATE registry.keys
+      SET path = target_path || substr(path, kept_from),
+          folded = target_folded || substr(folded, kept_from),
+          parent = CASE WHEN folded = source_folded THEN target_parent
+                        ELSE target_folded || substr(parent, kept_from) END
+      WHERE id = (SELECT id FROM registry.find_key(source_folded))
+         OR starts_with(registry.name_key(folded), left(source_folded || '\', 256))
+            AND starts_with(folded, source_folded || '\');
+      RETURN 0;
+    END IF;
+    INSERT INTO registry.keys (path, folded, parent)
+    SELECT target_path || substr(path, kept_from), target_folded || substr(folded, kept_from),
+           CASE WHEN folded = source_folded THEN target_parent
+                ELSE target_folded || substr(parent, kept_from) END
+    FROM registry.subtree(source_folded)
+    ORDER BY folded
+    ON CONFLICT (registry.name_key(folded)) DO NOTHING;
+    INSERT INTO registry.vals (key_id, name_key, name, type, value)
+    SELECT target.id, v.name_key, v.name, v.type, v.value
+    FROM registry.subtree(source_folded) AS source
+    JOIN registry.vals AS v ON v.key_id = source.id
+    CROSS JOIN LATERAL registry.find_key(target_folded || substr(source.folded, kept_from)) AS target
+    ON CONFLICT (key_id, name_key) DO UPDATE SET type = EXCLUDED.type, value = EXCLUDED.value;
+    RETURN 0;
   END
   $$;
 
--- Moves a subtree; an existing destination subtree is removed first, missing
--- levels above the destination are created. 0 on success, 1 if the source
--- does not exist or one path lies inside the other.
 CREATE OR REPLACE FUNCTION registry.rename_key(p_from text, p_to text) RETURNS integer
-  LANGUAGE plpgsql VOLATILE
-  AS $$
-  DECLARE
-    src text := registry.move_path(p_from);
-    dst text := registry.move_path(p_to);
-    f text COLLATE "C" := registry.fold(src);
-    t text COLLATE "C" := registry.fold(dst);
-    n integer := length(f);
-  BEGIN
-    IF NOT registry.has_key(src) THEN RETURN 1; END IF;
-    IF f = t THEN RETURN 0; END IF;
-    IF left(t, n + 1) = f || '\' OR left(f, length(t) + 1) = t || '\' THEN RETURN 1; END IF;
-    FOR attempt IN 1 .. 10 LOOP
-      BEGIN
-        IF NOT registry.seize_pair(f, dst, true) THEN RETURN 1; END IF;
-        DELETE FROM registry.keys WHERE registry.below(folded, t);
-        DELETE FROM registry.keys
-        WHERE registry.ident(folded) = registry.ident(t) AND folded = t;
-        UPDATE registry.keys
-        SET path = dst || substr(path, n + 1),
-            folded = t || substr(folded, n + 1),
-            parent = t || substr(parent, n + 1)
-        WHERE registry.below(folded, f);
-        UPDATE registry.keys
-        SET path = dst, folded = t, parent = registry.parent_of(dst)
-        WHERE registry.ident(folded) = registry.ident(f) AND folded = f;
-        RETURN 0;
-      EXCEPTION WHEN deadlock_detected THEN
-        IF attempt = 10 THEN RAISE; END IF;
-      END;
-    END LOOP;
-  END
-  $$;
+  LANGUAGE sql VOLATILE
+  AS $$ SELECT registry.transfer_subtree(p_from, p_to, false) $$;
 
--- Copies a subtree into the destination, which keeps what the source lacks;
--- values of the same name are overwritten. 0 on success, 1 if the source
--- does not exist or one path lies inside the other.
+-- Despite its name, the whole subtree.
 CREATE OR REPLACE FUNCTION registry.copy_values(p_from text, p_to text) RETURNS integer
-  LANGUAGE plpgsql VOLATILE
-  AS $$
-  DECLARE
-    src text := registry.move_path(p_from);
-    dst text := registry.move_path(p_to);
-    f text COLLATE "C" := registry.fold(src);
-    t text COLLATE "C" := registry.fold(dst);
-    n integer := length(f);
-  BEGIN
-    IF NOT registry.has_key(src) THEN RETURN 1; END IF;
-    IF f = t THEN RETURN 0; END IF;
-    IF left(t, n + 1) = f || '\' OR left(f, length(t) + 1) = t || '\' THEN RETURN 1; END IF;
-    FOR attempt IN 1 .. 10 LOOP
-      BEGIN
-        IF NOT registry.seize_pair(f, dst, false) THEN RETURN 1; END IF;
-        INSERT INTO registry.keys (path, folded, parent)
-        SELECT dst || substr(path, n + 1), t || substr(folded, n + 1), t || substr(parent, n + 1)
-        FROM registry.keys
-        WHERE registry.below(folded, f)
-        ORDER BY folded
-        ON CONFLICT (registry.ident(folded)) DO NOTHING;
-        INSERT INTO registry.vals (key_id, folded_name, name, type, value)
-        SELECT d.id, v.folded_name, v.name, v.type, v.value
-        FROM registry.keys s
-        JOIN registry.vals v ON v.key_id = s.id
-        JOIN registry.keys d ON registry.ident(d.folded) = registry.ident(t || substr(s.folded, n + 1))
-                            AND d.folded = t || substr(s.folded, n + 1)
-        WHERE (registry.ident(s.folded) = registry.ident(f) AND s.folded = f)
-           OR registry.below(s.folded, f)
-        ON CONFLICT (key_id, registry.ident(folded_name))
-          DO UPDATE SET type = EXCLUDED.type, value = EXCLUDED.value;
-        RETURN 0;
-      EXCEPTION WHEN deadlock_detected THEN
-        IF attempt = 10 THEN RAISE; END IF;
-      END;
-    END LOOP;
-  END
-  $$;
+  LANGUAGE sql VOLATILE
+  AS $$ SELECT registry.transfer_subtree(p_from, p_to, true) $$;
 
 CREATE OR REPLACE FUNCTION registry.get_values_cnt(p_path text) RETURNS integer
   LANGUAGE sql STABLE
-  AS $$ SELECT count(*)::integer FROM registry.keys k
-        JOIN registry.vals v ON v.key_id = k.id
-        WHERE registry.ident(k.folded) = registry.ident(registry.fold(p_path))
-          AND k.folded = registry.fold(p_path) $$;
+  AS $$ SELECT count(*)::integer
+        FROM registry.find_key(registry.fold(p_path)) AS k
+        JOIN registry.vals AS v ON v.key_id = k.id $$;
 
 -- Empty bin values come last: a reader that takes a value of no bytes for
 -- the end of the enumeration then misses only those.
 CREATE OR REPLACE FUNCTION registry.get_values(p_path text)
   RETURNS TABLE (name text, type smallint, value text)
   LANGUAGE sql STABLE
-  AS $$ SELECT v.name, v.type, v.value FROM registry.keys k
-        JOIN registry.vals v ON v.key_id = k.id
-        WHERE registry.ident(k.folded) = registry.ident(registry.fold(p_path))
-          AND k.folded = registry.fold(p_path)
-        ORDER BY v.type = 2 AND v.value = '', v.folded_name $$;
+  AS $$ SELECT v.name, v.type, v.value
+        FROM registry.find_key(registry.fold(p_path)) AS k
+        JOIN registry.vals AS v ON v.key_id = k.id
+        ORDER BY v.type = 2 AND v.value = '', registry.fold(v.name) $$;
 
--- Full paths of the direct subkeys, in folded order.
+-- Full paths of the direct subkeys, in folded order. PL/pgSQL keeps its plan
+-- across calls, also where the client calls it in a select list.
 CREATE OR REPLACE FUNCTION registry.get_subkeys(p_path text) RETURNS SETOF text
+  LANGUAGE plpgsql STABLE
+  AS $$
+  BEGIN
+    RETURN QUERY
+      SELECT path FROM registry.keys
+      WHERE registry.name_key(parent) = registry.name_key(registry.fold(p_path))
+        AND parent = registry.fold(p_path)
+      ORDER BY folded;
+  END
+  $$;
+
+-- The number of values of the key at key_path and of all keys below it; 0
+-- if there is no such key. The empty path is the top.
+CREATE OR REPLACE FUNCTION registry.subtree_value_count(key_path text) RETURNS bigint
   LANGUAGE sql STABLE
-  AS $$ SELECT path FROM registry.keys
-        WHERE registry.ident(parent) = registry.ident(registry.fold(p_path))
-          AND parent = registry.fold(p_path)
-        ORDER BY folded $$;
+  AS $$ SELECT count(*)
+        FROM registry.subtree(registry.fold(key_path)) AS k
+        JOIN registry.vals AS v ON v.key_id = k.id $$;
 
 -- Optional roles ------------------------------------------------------------
 -- registry_reader may read (get, exists, show, export), registry_writer may
@@ -502,7 +467,7 @@ CREATE OR REPLACE FUNCTION registry.grant_roles() RETURNS void
       GRANT EXECUTE ON FUNCTION registry.schema_version(), registry.has_key(text),
         registry.has_value(text, text), registry.get_value(text, text),
         registry.get_values_cnt(text), registry.get_values(text),
-        registry.get_subkeys(text) TO registry_reader;
+        registry.get_subkeys(text), registry.subtree_value_count(text) TO registry_reader;
     END IF;
     IF to_regrole('registry_writer') IS NOT NULL THEN
       GRANT USAGE ON SCHEMA registry TO registry_writer;
@@ -515,32 +480,3 @@ CREATE OR REPLACE FUNCTION registry.grant_roles() RETURNS void
 DO $$ BEGIN PERFORM registry.grant_roles(); END $$;
 
 COMMIT;
-
--- Subtree value count (provisional) -----------------------------------------
--- The number of values stored in the key at key_path and in all keys below
--- it; 0 when there is no such key. key_path is a full path as the client
--- passes it to the functions above. qv-hivectl-backup compares an export's
--- record count with it.
-BEGIN;
-CREATE OR REPLACE FUNCTION registry.subtree_value_count(key_path text) RETURNS bigint
-  LANGUAGE sql STABLE
-  AS $$ SELECT CASE WHEN key_path = '' THEN (SELECT count(*) FROM registry.vals)
-        ELSE (SELECT count(*) FROM registry.keys k
-              JOIN registry.vals v ON v.key_id = k.id
-              WHERE registry.ident(k.folded) = registry.ident(registry.fold(key_path))
-                AND k.folded = registry.fold(key_path))
-           + (SELECT count(*) FROM registry.keys k
-              JOIN registry.vals v ON v.key_id = k.id
-              WHERE registry.below(k.folded, registry.fold(key_path))) END $$;
-DO $$
-BEGIN
-  IF to_regrole('registry_reader') IS NOT NULL THEN
-    GRANT EXECUTE ON FUNCTION registry.subtree_value_count(text) TO registry_reader;
-  END IF;
-  IF to_regrole('registry_writer') IS NOT NULL THEN
-    GRANT EXECUTE ON FUNCTION registry.subtree_value_count(text) TO registry_writer;
-  END IF;
-END
-$$;
-COMMIT;
--- End of subtree value count (provisional) ----------------------------------

@@ -1,0 +1,87 @@
+#!/usr/bin/env bash
+# Cost of the registry's server side (sql/registry.sql) beside other schemas
+# on one throwaway server, with the same tool, data and connection counts:
+#   - the floor (bench/floor_schema.sql): import at 1, 8 and 32 connections,
+#     and export, of BENCH_KEYS keys with 10 values each (bench/registry_csv.py);
+#   - schema version 1 (git b4fff07): copy, rename and remove of a subtree
+#     of 20,000 values;
+#   - schema version 3 (git a05e3ad): one set and one get, a process each.
+# Each repetition times ours and the other side by side; printed are the
+# ratios ours/other of every repetition and their median. Commits are not
+# flushed (synchronous_commit=off) so that the server's work, not the disk,
+# is measured.
+#
+#   bench/schema_bench.sh [BUILD_DIR] [REPETITIONS]   (default build, 3)
+#
+# Environment: BENCH_PG_PORT (default 5441), BENCH_KEYS (default 5000).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build=${1:-build}
+reps=${2:-3}
+keys=${BENCH_KEYS:-5000}
+tool=$(cd "$build" && pwd)/qv_hivectl
+[ -x "$tool" ] || { echo "no $tool; build first (scripts/build.sh $build)" >&2; exit 1; }
+work=$(mktemp -d /tmp/schema-bench.XXXXXX)
+chmod 755 "$work"
+trap 'scripts/pg_server.sh stop "$work/pg" >/dev/null 2>&1 || true; rm -rf "$work"' EXIT
+HIVECTL_PG_PORT=${BENCH_PG_PORT:-5441} scripts/pg_server.sh start "$work/pg" >/dev/null
+# shellcheck disable=SC1091
+source "$work/pg/env"
+load() { $HIVECTL_PG_ADMIN -c "CREATE DATABASE $1" >/dev/null; ${HIVECTL_PG_PSQL% -d *} -d "$1" -f - >/dev/null; }
+$HIVECTL_PG_ADMIN -c "CREATE DATABASE ours_tree TEMPLATE $HIVECTL_PG_TEMPLATE" >/dev/null
+load floor <bench/floor_schema.sql
+git show b4fff07:sql/registry.sql | load version1
+git show a05e3ad:sql/registry.sql | load version3
+spec() { echo "${HIVECTL_PG_SPEC%registry_test}$1;options='-c synchronous_commit=off'"; }
+tool() { local db=$1; shift; "$tool" --Backend "$(spec "$db")" --Root "" "$@" >/dev/null; }
+sql() { ${HIVECTL_PG_PSQL% -d *} -d "$1" -Atc "$2"; }
+python3 bench/registry_csv.py "$work/import.csv" "$keys"
+python3 bench/registry_csv.py "$work/tree.csv" 2000
+
+now() { date +%s.%N; }
+seconds=  # set by timed
+timed() { local start; start=$(now); "$@"; seconds=$(echo "$(now) - $start" | bc -l); }
+declare -A ratios
+# compare LABEL OURS_DB OTHER_DB COMMAND...: one repetition, ours first.
+compare() {
+  local label=$1 ours=$2 other=$3; shift 3
+  timed "$@" "$ours"; local ours_sec=$seconds
+  timed "$@" "$other"; local other_sec=$seconds
+  ratios[$label]+="$(echo "$ours_sec / $other_sec" | bc -l) "
+  printf '  %-34s ours %7.3f s  other %7.3f s\n' "$label" "$ours_sec" "$other_sec"
+}
+import_into() {  # CONNECTIONS DB
+  sql "$2" "TRUNCATE registry.keys, registry.vals CASCADE" >/dev/null
+  tool "$2" --MaxDBConnections "$1" import K "$work/import.csv"
+  [ "$(sql "$2" "SELECT count(*) FROM registry.vals")" = $((keys * 10)) ] || { echo "import into $2 lost values" >&2; exit 1; }
+}
+export_from() { tool "$1" export K "$work/export.csv"; }
+copy_tree() { tool "$1" copy src dst; }
+rename_tree() { tool "$1" rename dst moved; }
+remove_tree() { tool "$1" remove moved; }
+sets() { for i in $(seq 100); do tool "$1" set 'bench\single' "v$i" i32 "$i"; done; }
+gets() { for i in $(seq 100); do tool "$1" get 'bench\single' "v$i"; done; }
+
+tool ours_tree import src "$work/tree.csv"
+tool version1 import src "$work/tree.csv"
+for rep in $(seq "$reps"); do
+  echo "== repetition $rep"
+  for connections in 1 8 32; do
+    compare "import, $connections connections / floor" registry_test floor import_into "$connections"
+  done
+  compare "export / floor" registry_test floor export_from
+  compare "subtree copy / version 1" ours_tree version1 copy_tree
+  compare "subtree rename / version 1" ours_tree version1 rename_tree
+  compare "subtree remove / version 1" ours_tree version1 remove_tree
+  compare "100 set processes / version 3" registry_test version3 sets
+  compare "100 get processes / version 3" registry_test version3 gets
+done
+
+echo "== medians of ours/other ($keys keys of 10 values; targets: import and export <= 1.15, the rest <= 1)"
+for label in "import, 1 connections / floor" "import, 8 connections / floor" "import, 32 connections / floor" \
+             "export / floor" "subtree copy / version 1" "subtree rename / version 1" \
+             "subtree remove / version 1" "100 set processes / version 3" "100 get processes / version 3"; do
+  # shellcheck disable=SC2086
+  printf '%-34s %5.2f   (%s)\n' "$label" "$(printf '%s\n' ${ratios[$label]} | sort -g | awk '{ r[NR] = $1 } END { print r[int((NR + 1) / 2)] }')" \
+    "$(printf '%.2f ' ${ratios[$label]})"
+done
