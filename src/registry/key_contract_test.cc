@@ -129,29 +129,6 @@ TEST_P(DBContractTest, SetAndGetEveryTypeAndSize) {
   EXPECT_EQ(type, kTypeI64);
 }
 
-// Both enumerations and their resets, subkeys in order of their folded names.
-TEST_P(DBContractTest, Enumerations) {
-  Set("k", "n", 5);
-  ASSERT_TRUE(Open("k")->SetValue("five", 5, kTypeStr, "s"));
-  Set("k\\Sub1", "marker", 1);
-  Set("k\\sub2\\deeper", "marker", 1);
-  EXPECT_EQ(Tree("k"), "{n=5,s=five} k\\Sub1{marker=1} k\\sub2{} k\\sub2\\deeper{marker=1}");
-  KeyPtr reader = Open("k", true);
-  std::string name;
-  ValueBuffer out;
-  ValueType type;
-  for (int i = 0; i < 3; ++i) reader->NextValue(out, &type, name);
-  EXPECT_LE(reader->NextValue(out, &type, name), 0);
-  reader->ResetValues();
-  EXPECT_GT(reader->NextValue(out, &type, name), 0);
-  Names opened;
-  while (KeyPtr sub = reader->NextSubKey(true)) opened.emplace_back(sub->GetName());
-  EXPECT_EQ(opened, (Names{"Sub1", "sub2"}));
-  reader->ResetSubKeys();
-  ASSERT_TRUE(reader->NextSubKeyName(name));
-  EXPECT_EQ(name, "Sub1");
-}
-
 // Names ignore ASCII case only; inner runs of backslashes are one break, edge ones invalid.
 TEST_P(KeyContractTest, PathRulesAndCase) {
   Set("a\\\\b\\\\\\c", "v", 2);

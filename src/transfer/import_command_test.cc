@@ -36,6 +36,17 @@ TEST(ImportWorkerCountTest, OneWorkerPerFullBatchWithinTheLimit) {
   for (const auto& c : cases) EXPECT_EQ(ImportWorkerCount(c[0], c[1]), c[2]) << c[0];
 }
 
+// "import K -" of env's input on `backend`, the registry's backend meanwhile; Execute's result.
+bool ImportOn(std::shared_ptr<regkey::Backend> backend, Environment& env) {
+  std::swap(regkey::registry_backend, backend);
+  std::string_view tokens[] = {"K", "-"};
+  TokenCursor cursor{tokens, 2};
+  ImportCommand command("import", &env);
+  const bool executed = command.ParseArguments(cursor) && command.Prepare() && command.Execute();
+  std::swap(regkey::registry_backend, backend);
+  return executed;
+}
+
 // Counts stores, key opens and storing threads; each thread's first store waits
 // (up to two seconds) for kThreads, so every started worker is seen.
 class RecordingBackend final : public regkey::Backend {
@@ -84,14 +95,7 @@ TEST(ImportCommandTest, ConcurrentWorkersOpenOneKeyPerRun) {
   env.input = &input;
   env.max_db_connections = RecordingBackend::kThreads;
   auto recording = std::make_shared<RecordingBackend>();
-  const std::shared_ptr<regkey::Backend> saved = regkey::registry_backend;
-  regkey::registry_backend = recording;
-  std::string_view tokens[] = {"K", "-"};
-  TokenCursor cursor{tokens, 2};
-  ImportCommand command("import", &env);
-  ASSERT_TRUE(command.ParseArguments(cursor) && command.Prepare());
-  EXPECT_TRUE(command.Execute());
-  regkey::registry_backend = saved;
+  EXPECT_TRUE(ImportOn(recording, env));
   EXPECT_EQ(recording->stores, static_cast<size_t>(kKeys * kValuesPerKey));
   EXPECT_EQ(recording->threads.size(), RecordingBackend::kThreads);
   EXPECT_LE(recording->creates, static_cast<size_t>(kKeys + 40));
@@ -131,17 +135,6 @@ class FailingBackend final : public regkey::Backend {
     }
   };
 };
-
-// "import K -" of env's input on `backend`, the registry's backend meanwhile; Execute's result.
-bool ImportOn(std::shared_ptr<regkey::Backend> backend, Environment& env) {
-  std::swap(regkey::registry_backend, backend);
-  std::string_view tokens[] = {"K", "-"};
-  TokenCursor cursor{tokens, 2};
-  ImportCommand command("import", &env);
-  const bool executed = command.ParseArguments(cursor) && command.Prepare() && command.Execute();
-  std::swap(regkey::registry_backend, backend);
-  return executed;
-}
 
 // The workers' error lines and the log's lines share one unbuffered FILE, as on stderr;
 // each line arrives in a write call of its own, whatever the other threads write.

@@ -41,11 +41,6 @@ copy     exists   get      remove   rename   set
 copyv    export   import   removev  renamev  show
 $ qv_hivectl --Backend memory: #
 EOF
-expect "a command's prefix after a backend with a colon" 'qv_hivectl --Backend memory: s' <<'EOF'
-$ qv_hivectl --Backend memory: s
-set   show
-$ qv_hivectl --Backend memory: s#
-EOF
 expect "export's file after -b memory:" 'qv_hivectl -b memory: export K ' <<'EOF'
 $ qv_hivectl -b memory: export K
 backup.csv  notes.txt
