@@ -97,8 +97,10 @@ _qv_hivectl() {
 }
 complete -F _qv_hivectl qv_hivectl qv_hivectl_fa qv_hivectl_cn qv_hivectl_nc
 
-# The first word after the options, and how many words follow it.
-_qv_hivectl_script_command() {  # VALUE_OPTIONS (e.g. "-d -h -p -U")
+# The first word after the options, and how many words follow it. While
+# there is none, completes the options or COMMANDS itself; false when
+# nothing is left for the caller to complete.
+_qv_hivectl_script_command() {  # VALUE_OPTIONS (e.g. "-d -h -p -U") COMMANDS
   local i
   command='' arg=0
   for ((i = 1; i < cword; i++)); do
@@ -111,21 +113,20 @@ _qv_hivectl_script_command() {  # VALUE_OPTIONS (e.g. "-d -h -p -U")
     fi
   done
   case " $1 " in *" $prev "*) return 1 ;; esac
+  [ -n "$command" ] && return
+  if [[ $cur == -* ]]; then
+    COMPREPLY=($(compgen -W "$1 --help" -- "$cur"))
+  else
+    COMPREPLY=($(compgen -W "$2" -- "$cur"))
+  fi
+  return 1
 }
 
 _qv_hivectl_schema() {
   local cur prev words cword command arg
   _init_completion || return
-  _qv_hivectl_script_command '-d -h -p -U' || return
-  if [ -z "$command" ]; then
-    if [[ $cur == -* ]]; then
-      COMPREPLY=($(compgen -W '-d -h -p -U --help' -- "$cur"))
-    else
-      COMPREPLY=($(compgen -W 'install verify check version grant revoke' -- "$cur"))
-    fi
-  elif [ "$command:$arg" = grant:1 ]; then
-    COMPREPLY=($(compgen -W 'reader writer' -- "$cur"))
-  fi
+  _qv_hivectl_script_command '-d -h -p -U' 'install verify check version grant revoke' || return
+  [ "$command:$arg" = grant:1 ] && COMPREPLY=($(compgen -W 'reader writer' -- "$cur"))
 }
 complete -F _qv_hivectl_schema qv-hivectl-schema
 
@@ -137,15 +138,7 @@ _qv_hivectl_backup() {
     -b) COMPREPLY=($(compgen -W 'postgresql:' -- "$cur")); compopt -o nospace; return ;;
     -t) COMPREPLY=($(compgen -W 'qv_hivectl qv_hivectl_fa qv_hivectl_cn qv_hivectl_nc' -- "$cur")); return ;;
   esac
-  _qv_hivectl_script_command '-b -c -r -t' || return
-  if [ -z "$command" ]; then
-    if [[ $cur == -* ]]; then
-      COMPREPLY=($(compgen -W '-b -c -r -t --help' -- "$cur"))
-    else
-      COMPREPLY=($(compgen -W 'export check restore' -- "$cur"))
-    fi
-  elif [ "$arg" = 1 ]; then
-    _filedir
-  fi
+  _qv_hivectl_script_command '-b -c -r -t' 'export check restore' || return
+  [ "$arg" = 1 ] && _filedir
 }
 complete -F _qv_hivectl_backup qv-hivectl-backup

@@ -117,12 +117,16 @@ bool CommandBase::ReportBackendResult(bool succeeded) {
 }
 
 void CommandBase::ReportOpenFailure(const std::string& path, const std::error_code& error_code) {
-  FailureStream(true) << "can't open file '" << path << "': (" << error_code.value() << ") "
-                      << error_code.message() << '\n';
+  ReportFileFailure("open", path, error_code);
 }
 
 void CommandBase::ReportReadFailure(const std::string& path, int error_number) {
-  const std::error_code error_code(error_number != 0 ? error_number : EIO, std::system_category());
-  FailureStream(true) << "can't read file '" << path << "': (" << error_code.value() << ") "
-                      << error_code.message() << '\n';
+  ReportFileFailure("read", path,
+                    std::error_code(error_number != 0 ? error_number : EIO, std::system_category()));
+}
+
+void CommandBase::ReportFileFailure(const char* verb, const std::string& path,
+                                    const std::error_code& error_code) {
+  FailureStream(true) << "can't " << verb << " file '" << path << "': (" << error_code.value()
+                      << ") " << error_code.message() << '\n';
 }

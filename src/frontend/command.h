@@ -96,6 +96,10 @@ class CommandBase : public Command {
   std::string value_name;
 
  private:
+  // "can't <verb> file '<path>': (<number>) <message>\n" behind
+  // FailureStream(true).
+  void ReportFileFailure(const char* verb, const std::string& path,
+                         const std::error_code& error_code);
   // What the messages go to: env->error, fed whole lines. Made at the first
   // message.
   std::ostream& Diagnostics();
