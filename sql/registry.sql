@@ -144,20 +144,30 @@ CREATE INDEX IF NOT EXISTS keys_children ON registry.keys (registry.name_key(par
 
 -- Helpers (not called by the client).
 
+-- The two conditions on a key's folded path, written so that the planner
+-- inlines them and reads them through the index on name_key(folded).
+
+-- Whether a key's folded path is folded_path.
+CREATE OR REPLACE FUNCTION registry.is_key(folded text, folded_path text) RETURNS boolean
+  LANGUAGE sql IMMUTABLE PARALLEL SAFE
+  AS $$ SELECT registry.name_key(folded) = registry.name_key(folded_path) AND folded = folded_path $$;
+
+-- Whether a key's folded path lies strictly below the folded path
+-- folded_path, which is not the top.
+CREATE OR REPLACE FUNCTION registry.is_below(folded text, folded_path text) RETURNS boolean
+  LANGUAGE sql IMMUTABLE PARALLEL SAFE
+  AS $$ SELECT starts_with(registry.name_key(folded), left(folded_path || '\', 256))
+               AND starts_with(folded, folded_path || '\') $$;
+
 -- The key of folded path folded_path, if it exists.
 CREATE OR REPLACE FUNCTION registry.find_key(folded_path text) RETURNS SETOF registry.keys
   LANGUAGE sql STABLE
-  AS $$ SELECT * FROM registry.keys
-        WHERE registry.name_key(folded) = registry.name_key(folded_path)
-          AND folded = folded_path $$;
+  AS $$ SELECT * FROM registry.keys WHERE registry.is_key(folded, folded_path) $$;
 
 -- The keys strictly below folded path folded_path; below the top, all others.
 CREATE OR REPLACE FUNCTION registry.keys_below(folded_path text) RETURNS SETOF registry.keys
   LANGUAGE sql STABLE
-  AS $$ SELECT * FROM registry.keys
-        WHERE folded_path <> ''
-          AND starts_with(registry.name_key(folded), left(folded_path || '\', 256))
-          AND starts_with(folded, folded_path || '\')
+  AS $$ SELECT * FROM registry.keys WHERE folded_path <> '' AND registry.is_below(folded, folded_path)
         UNION ALL
         SELECT * FROM registry.keys WHERE folded_path = '' AND folded <> '' $$;
 
@@ -266,25 +276,39 @@ CREATE OR REPLACE FUNCTION registry.remove_subtree(folded_path text, keep_key bo
   LANGUAGE plpgsql VOLATILE
   AS $$
   DECLARE
-    removed_keys bigint[];
+    emptied_keys bigint[];  -- the keys whose values go
   BEGIN
-    WITH removed AS (
-      DELETE FROM registry.keys
-      WHERE id IN (SELECT id FROM registry.keys_below(folded_path)
-                   UNION ALL SELECT id FROM registry.find_key(folded_path) WHERE NOT keep_key)
-      RETURNING id)
-    SELECT array_agg(id) INTO removed_keys FROM removed;
-    DELETE FROM registry.vals
-    WHERE key_id = ANY (removed_keys)
-       OR key_id = (SELECT id FROM registry.find_key(folded_path) WHERE keep_key);
+    IF folded_path = '' THEN
+      WITH removed AS (DELETE FROM registry.keys WHERE folded <> '' RETURNING id)
+      SELECT array_agg(id) INTO emptied_keys FROM removed;
+    ELSE
+      WITH removed AS (
+        DELETE FROM registry.keys
+        WHERE registry.is_below(folded, folded_path)
+           OR registry.is_key(folded, folded_path) AND NOT keep_key
+        RETURNING id)
+      SELECT array_agg(id) INTO emptied_keys FROM removed;
+    END IF;
+    IF keep_key THEN
+      emptied_keys := emptied_keys || ARRAY(SELECT id FROM registry.find_key(folded_path));
+    END IF;
+    DELETE FROM registry.vals WHERE key_id = ANY (emptied_keys);
   END
   $$;
 
 -- The eleven functions of the client.
 
+-- The client calls most of them in a select list, where a function in SQL
+-- that cannot be inlined is planned anew at every call; those are in
+-- PL/pgSQL, which keeps its plans across calls.
+
 CREATE OR REPLACE FUNCTION registry.has_key(p_path text) RETURNS boolean
-  LANGUAGE sql STABLE
-  AS $$ SELECT p_path = '' OR EXISTS (SELECT FROM registry.find_key(registry.fold(p_path))) $$;
+  LANGUAGE plpgsql STABLE
+  AS $$
+  BEGIN
+    RETURN p_path = '' OR EXISTS (SELECT FROM registry.find_key(registry.fold(p_path)));
+  END
+  $$;
 
 CREATE OR REPLACE FUNCTION registry.get_value(p_path text, p_name text)
   RETURNS TABLE (type smallint, value text)
@@ -296,14 +320,17 @@ CREATE OR REPLACE FUNCTION registry.get_value(p_path text, p_name text)
           AND registry.fold(v.name) = registry.fold(p_name) $$;
 
 CREATE OR REPLACE FUNCTION registry.has_value(p_path text, p_name text) RETURNS boolean
-  LANGUAGE sql STABLE
-  AS $$ SELECT EXISTS (SELECT FROM registry.get_value(p_path, p_name)) $$;
+  LANGUAGE plpgsql STABLE
+  AS $$
+  BEGIN
+    RETURN EXISTS (SELECT FROM registry.get_value(p_path, p_name));
+  END
+  $$;
 
 -- Stores the value, making the key and any missing level above it. An
 -- existing key is held by a row lock that only its removal conflicts with
--- (FOR KEY SHARE; the look-up of find_key is written out, as a row lock
--- cannot be taken through a function); a missing one is made under the path
--- locks of lock_paths.
+-- (FOR KEY SHARE, so the key is read from the table, not through find_key);
+-- a missing one is made under the path locks of lock_paths.
 CREATE OR REPLACE FUNCTION registry.add_value(p_path text, p_name text, p_type integer,
                                               p_value text) RETURNS void
   LANGUAGE plpgsql VOLATILE
@@ -312,8 +339,7 @@ CREATE OR REPLACE FUNCTION registry.add_value(p_path text, p_name text, p_type i
     target_key bigint;
   BEGIN
     SELECT id INTO target_key FROM registry.keys
-    WHERE registry.name_key(folded) = registry.name_key(registry.fold(p_path))
-      AND folded = registry.fold(p_path)
+    WHERE registry.is_key(folded, registry.fold(p_path))
     FOR KEY SHARE;
     IF target_key IS NULL THEN
       PERFORM registry.lock_paths(ARRAY[registry.fold(p_path)], false);
@@ -326,15 +352,15 @@ CREATE OR REPLACE FUNCTION registry.add_value(p_path text, p_name text, p_type i
   $$;
 
 CREATE OR REPLACE FUNCTION registry.delete_value(p_path text, p_name text) RETURNS integer
-  LANGUAGE sql VOLATILE
+  LANGUAGE plpgsql VOLATILE
   AS $$
-    WITH gone AS (
-      DELETE FROM registry.vals AS v USING registry.find_key(registry.fold(p_path)) AS k
-      WHERE v.key_id = k.id
-        AND v.name_key = registry.name_key(registry.fold(p_name))
-        AND registry.fold(v.name) = registry.fold(p_name)
-      RETURNING 1)
-    SELECT CASE WHEN count(*) > 0 THEN 0 ELSE 1 END::integer FROM gone
+  BEGIN
+    DELETE FROM registry.vals AS v USING registry.find_key(registry.fold(p_path)) AS k
+    WHERE v.key_id = k.id
+      AND v.name_key = registry.name_key(registry.fold(p_name))
+      AND registry.fold(v.name) = registry.fold(p_name);
+    RETURN CASE WHEN FOUND THEN 0 ELSE 1 END;
+  END
   $$;
 
 -- Removes the key with its values and everything below it. A path that ends
@@ -382,9 +408,7 @@ CREATE OR REPLACE FUNCTION registry.transfer_subtree(p_from text, p_to text, cop
           folded = target_folded || substr(folded, kept_from),
           parent = CASE WHEN folded = source_folded THEN target_parent
                         ELSE target_folded || substr(parent, kept_from) END
-      WHERE id = (SELECT id FROM registry.find_key(source_folded))
-         OR starts_with(registry.name_key(folded), left(source_folded || '\', 256))
-            AND starts_with(folded, source_folded || '\');
+      WHERE registry.is_key(folded, source_folded) OR registry.is_below(folded, source_folded);
       RETURN 0;
     END IF;
     INSERT INTO registry.keys (path, folded, parent)
@@ -414,23 +438,29 @@ CREATE OR REPLACE FUNCTION registry.copy_values(p_from text, p_to text) RETURNS 
   AS $$ SELECT registry.transfer_subtree(p_from, p_to, true) $$;
 
 CREATE OR REPLACE FUNCTION registry.get_values_cnt(p_path text) RETURNS integer
-  LANGUAGE sql STABLE
-  AS $$ SELECT count(*)::integer
-        FROM registry.find_key(registry.fold(p_path)) AS k
-        JOIN registry.vals AS v ON v.key_id = k.id $$;
+  LANGUAGE plpgsql STABLE
+  AS $$
+  BEGIN
+    RETURN (SELECT count(*)::integer
+            FROM registry.find_key(registry.fold(p_path)) AS k
+            JOIN registry.vals AS v ON v.key_id = k.id);
+  END
+  $$;
 
--- Empty bin values come last: a reader that takes a value of no bytes for
--- the end of the enumeration then misses only those.
+-- In folded order of the names, and empty bin values last: a reader that
+-- takes a value of no bytes for the end of the enumeration then misses only
+-- those. The order is read from the stored name_key, folding only long names
+-- anew, which costs less than folding every name.
 CREATE OR REPLACE FUNCTION registry.get_values(p_path text)
   RETURNS TABLE (name text, type smallint, value text)
   LANGUAGE sql STABLE
   AS $$ SELECT v.name, v.type, v.value
         FROM registry.find_key(registry.fold(p_path)) AS k
         JOIN registry.vals AS v ON v.key_id = k.id
-        ORDER BY v.type = 2 AND v.value = '', registry.fold(v.name) $$;
+        ORDER BY v.type = 2 AND v.value = '', left(v.name_key, 256),
+                 CASE WHEN length(v.name_key) > 256 THEN registry.fold(v.name) END $$;
 
--- Full paths of the direct subkeys, in folded order. PL/pgSQL keeps its plan
--- across calls, also where the client calls it in a select list.
+-- Full paths of the direct subkeys, in folded order.
 CREATE OR REPLACE FUNCTION registry.get_subkeys(p_path text) RETURNS SETOF text
   LANGUAGE plpgsql STABLE
   AS $$
