@@ -327,27 +327,26 @@ CREATE OR REPLACE FUNCTION registry.has_value(p_path text, p_name text) RETURNS 
   END
   $$;
 
--- Stores the value, making the key and any missing level above it. An
--- existing key is held by a row lock that only its removal conflicts with
--- (FOR KEY SHARE, so the key is read from the table, not through find_key);
--- a missing one is made under the path locks of lock_paths.
+-- Stores the value, making the key and any missing level above it. The
+-- value goes into an existing key in one statement that holds the key's row
+-- FOR KEY SHARE, a lock that only the key's removal conflicts with. If there
+-- is no such key, it is made under the path locks of lock_paths, which keep
+-- it from being removed, and the statement runs once more.
 CREATE OR REPLACE FUNCTION registry.add_value(p_path text, p_name text, p_type integer,
                                               p_value text) RETURNS void
   LANGUAGE plpgsql VOLATILE
   AS $$
-  DECLARE
-    target_key bigint;
   BEGIN
-    SELECT id INTO target_key FROM registry.keys
-    WHERE registry.is_key(folded, registry.fold(p_path))
-    FOR KEY SHARE;
-    IF target_key IS NULL THEN
+    LOOP
+      INSERT INTO registry.vals (key_id, name_key, name, type, value)
+      SELECT id, registry.name_key(registry.fold(p_name)), p_name, p_type, p_value
+      FROM registry.keys WHERE registry.is_key(folded, registry.fold(p_path))
+      FOR KEY SHARE
+      ON CONFLICT (key_id, name_key) DO UPDATE SET type = EXCLUDED.type, value = EXCLUDED.value;
+      EXIT WHEN FOUND;
       PERFORM registry.lock_paths(ARRAY[registry.fold(p_path)], false);
-      target_key := registry.find_or_make_key(p_path);
-    END IF;
-    INSERT INTO registry.vals (key_id, name_key, name, type, value)
-    VALUES (target_key, registry.name_key(registry.fold(p_name)), p_name, p_type, p_value)
-    ON CONFLICT (key_id, name_key) DO UPDATE SET type = EXCLUDED.type, value = EXCLUDED.value;
+      PERFORM registry.find_or_make_key(p_path);
+    END LOOP;
   END
   $$;
 
