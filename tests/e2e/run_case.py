@@ -11,7 +11,7 @@ import sys
 import tempfile
 
 HEADER = re.compile(
-    r'^(backends|labels|settings|argv0|args|argv|shell|status|stdin-from|file(?:-escaped)?|'
+    r'^(backends|labels|settings|argv0|args|shell|status|stdin-from|file(?:-escaped)?|'
     r'(?:stdin|stdout|stderr)(?:-escaped|-re)?)(?:\[(\w+)\])?(?: ([^:]+))?:(?: (.*))?$')
 ONE_LINE = {'backends', 'labels', 'settings', 'argv0', 'args', 'shell', 'status', 'stdin-from'}
 LOG_HEADER = re.compile(
@@ -26,10 +26,6 @@ def decode(data):
     return data.decode('utf-8', 'surrogateescape')
 
 
-def unescape(text):
-    return codecs.escape_decode(encode(text))[0]
-
-
 class Section:
     def __init__(self, key, backend, name, inline):
         self.key, self.backend, self.name, self.inline = key, backend, name, inline
@@ -41,7 +37,7 @@ class Section:
 
     def data(self):
         if self.key.endswith('-escaped'):
-            return unescape(self.inline or ''.join(self.lines))
+            return codecs.escape_decode(encode(self.inline or ''.join(self.lines)))[0]
         return encode(self.text() + '\n' if self.text() else '')
 
 
@@ -53,7 +49,7 @@ def parse(path, backend):
             m = HEADER.match(line)
             if m:
                 current = Section(*m.groups())
-                if current.key in ('args', 'argv', 'shell'):
+                if current.key in ('args', 'shell'):
                     runs.append([])
                 if current.backend in (None, backend):
                     runs[-1].append(current)
@@ -81,22 +77,15 @@ def substitute(text, variables):
     return text
 
 
-def run_shell(command, workdir):
-    done = subprocess.run(command, shell=True, cwd=workdir, capture_output=True, timeout=300)
-    if done.returncode != 0:
-        print('shell step failed: %s\n%s%s' % (command, decode(done.stdout), decode(done.stderr)))
-    return done.returncode == 0
-
-
-def run_one(run, globals_, workdir, variables):
+def run_one(run, workdir, variables):
     head = run[0]
     if head.key == 'shell':
-        return run_shell(substitute(head.inline, variables), workdir)
-    argv0 = find(globals_ + run, 'argv0')
-    words = shlex.split(head.inline or '') if head.key == 'args' else [
-        decode(unescape(line)) for line in head.lines if line]
-    argv = [decode(unescape(argv0.inline or '')) if argv0 else 'qv_hivectl']
-    argv += [substitute(word, variables) for word in words]
+        done = subprocess.run(substitute(head.inline, variables), shell=True, cwd=workdir,
+                              stderr=subprocess.STDOUT, stdout=subprocess.PIPE, timeout=300)
+        return compare('shell step %r' % head.inline, 0, done.returncode) or print(done.stdout)
+    argv0 = find(run, 'argv0')
+    argv = [argv0.inline or '' if argv0 else 'qv_hivectl']
+    argv += [substitute(word, variables) for word in shlex.split(head.inline)]
     stdin, stdin_from = find(run, 'stdin', 'stdin-escaped'), find(run, 'stdin-from')
     feed = {'input': stdin.data() if stdin else b''}
     if stdin_from:  # opened as it stands, so a directory too
@@ -115,9 +104,7 @@ def run_one(run, globals_, workdir, variables):
         regex = section is not None and section.key.endswith('-re')
         expected = section.text() if regex else decode(section.data()) if section else ''
         ok &= compare(stream, encode(substitute(expected, variables)), actual, regex)
-    if not ok:
-        print('command line: %r' % argv)
-    return ok
+    return ok or print('command line: %r' % argv)
 
 
 def backend_variables(backend):
@@ -141,7 +128,7 @@ def main():
                 if s.key.startswith('file'):
                     with open(os.path.join(workdir, s.name), 'wb') as f:
                         f.write(s.data())
-            if number > 0 and not run_one(run, runs[0], workdir, variables):
+            if number > 0 and not run_one(run, workdir, variables):
                 print('run %d of %s failed' % (number, case))
                 return 1
     return 0
