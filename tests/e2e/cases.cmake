@@ -1,4 +1,4 @@
-# One CTest test per case file, backend and setting; see tests/e2e/README.md.
+# One CTest test per case file and backend; see tests/e2e/README.md.
 find_package(Python3 REQUIRED COMPONENTS Interpreter)
 file(GLOB_RECURSE HIVECTL_E2E_CASES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/e2e/cases/*.case)
 # The words of the global header NAME of the case file as list OUT, or DEFAULT.
@@ -16,20 +16,17 @@ foreach(case_file ${HIVECTL_E2E_CASES})
   string(REGEX REPLACE "\\.case$" "" case_name ${case_name})
   hivectl_case_header(${case_file} backends "memory;postgres" backends)
   hivectl_case_header(${case_file} labels "" labels)
-  hivectl_case_header(${case_file} settings "-" settings)
   if(NOT HIVECTL_PG_TESTS)
     list(REMOVE_ITEM backends postgres)
   endif()
   foreach(backend IN LISTS backends)
-    foreach(setting IN LISTS settings)
-      string(REGEX REPLACE "\\.-$" "" test_name e2e.${backend}.${case_name}.${setting})
-      add_test(NAME ${test_name} COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/tests/e2e/run_case.py
-               $<TARGET_FILE:qv_hivectl> ${backend} ${setting} ${case_file})
-      set_tests_properties(${test_name} PROPERTIES LABELS "e2e;${backend};${labels}" TIMEOUT 120)
-      if(backend STREQUAL "postgres")
-        # Cases share one database; they reset it first, so they run one at a time.
-        set_tests_properties(${test_name} PROPERTIES RESOURCE_LOCK registry_db)
-      endif()
-    endforeach()
+    set(test_name e2e.${backend}.${case_name})
+    add_test(NAME ${test_name} COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/tests/e2e/run_case.py
+             $<TARGET_FILE:qv_hivectl> ${backend} ${case_file})
+    set_tests_properties(${test_name} PROPERTIES LABELS "e2e;${backend};${labels}" TIMEOUT 120)
+    if(backend STREQUAL "postgres")
+      # Cases share one database; they reset it first, so they run one at a time.
+      set_tests_properties(${test_name} PROPERTIES RESOURCE_LOCK registry_db)
+    endif()
   endforeach()
 endforeach()

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Runs one scenario file (format: tests/e2e/README.md) against the tool.
-  run_case.py BINARY memory|postgres SETTING CASE_FILE
+  run_case.py BINARY memory|postgres CASE_FILE
 """
 import codecs
 import os
@@ -11,9 +11,9 @@ import sys
 import tempfile
 
 HEADER = re.compile(
-    r'^(backends|labels|settings|argv0|args|shell|status|stdin-from|file(?:-escaped)?|'
+    r'^(backends|labels|argv0|args|shell|status|stdin-from|file(?:-escaped)?|'
     r'(?:stdin|stdout|stderr)(?:-escaped|-re)?)(?:\[(\w+)\])?(?: ([^:]+))?:(?: (.*))?$')
-ONE_LINE = {'backends', 'labels', 'settings', 'argv0', 'args', 'shell', 'status', 'stdin-from'}
+ONE_LINE = {'backends', 'labels', 'argv0', 'args', 'shell', 'status', 'stdin-from'}
 LOG_HEADER = re.compile(
     rb'\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\.\d{3} \|(.)\| [0-9a-f]{6}\| (.{7})\| ')
 
@@ -118,11 +118,11 @@ def backend_variables(backend):
 
 
 def main():
-    binary, backend, setting, case = sys.argv[1:]
+    binary, backend, case = sys.argv[1:]
     runs = parse(case, backend)
     with tempfile.TemporaryDirectory(prefix='hivectl-e2e-') as workdir:
         variables = backend_variables(backend)
-        variables.update(BINARY=os.path.abspath(binary), SETTING=setting)
+        variables['BINARY'] = os.path.abspath(binary)
         for number, run in enumerate(runs):
             for s in run:
                 if s.key.startswith('file'):
