@@ -4,9 +4,7 @@
 #   publication_test.sh BINARY SOURCE_DIR
 set -euo pipefail
 tool=$1 src=$2 db=registry_publication_test
-admin() { eval "$HIVECTL_PG_ADMIN" '"$@"' >/dev/null; }
-fail() { echo "FAILED: $*" >&2; exit 1; }
-export PGOPTIONS='-c client_min_messages=warning'
+. "$src/tests/db/test_database.sh"
 work=$(mktemp -d /tmp/hivectl-subscriber.XXXXXX)
 cleanup() {
   [ -f "$work/env" ] && psql -X -q -d "$sub_conninfo" -c "DROP SUBSCRIPTION IF EXISTS registry_sub" || true
@@ -15,9 +13,8 @@ cleanup() {
     -c "DROP DATABASE IF EXISTS $db WITH (FORCE)"
 }
 trap cleanup EXIT
-admin -c "DROP DATABASE IF EXISTS $db WITH (FORCE)" -c "CREATE DATABASE $db TEMPLATE $HIVECTL_PG_TEMPLATE"
-pub_spec=${HIVECTL_PG_SPEC/dbname=registry_test/dbname=$db}
-pub_conninfo=${pub_spec#postgresql:} pub_conninfo=${pub_conninfo//;/ }
+test_database $db "$HIVECTL_PG_TEMPLATE"
+pub_spec=$spec pub_conninfo=$conninfo
 psql -X -q -d "$pub_conninfo" -c "CREATE PUBLICATION registry_pub FOR TABLES IN SCHEMA registry"
 
 port=$(echo "$pub_spec" | sed 's/.*port=\([0-9]*\).*/\1/')

@@ -4,11 +4,7 @@
 #   upgrade_test.sh BINARY SOURCE_DIR
 set -euo pipefail
 tool=$1 src=$2 db=registry_upgrade_test
-admin() { eval "$HIVECTL_PG_ADMIN" '"$@"' >/dev/null; }
-fail() { echo "FAILED: $*" >&2; exit 1; }
-export PGOPTIONS='-c client_min_messages=warning'
-spec=${HIVECTL_PG_SPEC/dbname=registry_test/dbname=$db}
-conninfo=${spec#postgresql:} conninfo=${conninfo//;/ }
+. "$src/tests/db/test_database.sh"
 load() { psql -X -q -v ON_ERROR_STOP=1 -d "$conninfo" "$@"; }
 long=$(printf 'n%.0s' $(seq 300))
 expected="KNAME,VNAME,TYPE,VALUE
@@ -17,7 +13,7 @@ Rooms,Cert,b64,AAEC/w==
 Rooms,$(printf 'N%.0s' $(seq 300)),str,again
 Rooms\\101,Name,str,\"Board, room\""
 for version in 1 2 3; do
-  admin -c "DROP DATABASE IF EXISTS $db" -c "CREATE DATABASE $db"
+  test_database $db
   load -f "$src/tests/db/fixtures/schema_v$version.sql" -f "$src/tests/db/fixtures/rows.sql" \
     -f "$src/sql/registry.sql"
   [ "$(load -At -c "SELECT count(*) FROM pg_class c WHERE relnamespace = 'registry'::regnamespace

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Runs one scenario file (format: tests/e2e/README.md) against the tool.
-  run_case.py BINARY memory|postgres SETTING CASE_FILE
+  run_case.py BINARY memory|postgres CASE_FILE
 """
 import codecs
 import os
@@ -11,23 +11,11 @@ import sys
 import tempfile
 
 HEADER = re.compile(
-    r'^(backends|labels|settings|argv0|args|argv|shell|status|stdin-from|file(?:-escaped)?|'
+    r'^(backends|labels|argv0|args|shell|status|stdin-from|file(?:-escaped)?|'
     r'(?:stdin|stdout|stderr)(?:-escaped|-re)?)(?:\[(\w+)\])?(?: ([^:]+))?:(?: (.*))?$')
-ONE_LINE = {'backends', 'labels', 'settings', 'argv0', 'args', 'shell', 'status', 'stdin-from'}
+ONE_LINE = {'backends', 'labels', 'argv0', 'args', 'shell', 'status', 'stdin-from'}
 LOG_HEADER = re.compile(
     rb'\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\.\d{3} \|(.)\| [0-9a-f]{6}\| (.{7})\| ')
-
-
-def encode(text):
-    return text.encode('utf-8', 'surrogateescape')
-
-
-def decode(data):
-    return data.decode('utf-8', 'surrogateescape')
-
-
-def unescape(text):
-    return codecs.escape_decode(encode(text))[0]
 
 
 class Section:
@@ -41,26 +29,25 @@ class Section:
 
     def data(self):
         if self.key.endswith('-escaped'):
-            return unescape(self.inline or ''.join(self.lines))
-        return encode(self.text() + '\n' if self.text() else '')
+            return codecs.escape_decode(self.inline or ''.join(self.lines))[0]
+        return (self.text() + '\n' if self.text() else '').encode()
 
 
 def parse(path, backend):
     """The runs of the file, each a list of sections; the first holds the globals."""
     runs, current = [[]], None
-    with open(path, encoding='utf-8', errors='surrogateescape') as f:
-        for line in f.read().split('\n'):
-            m = HEADER.match(line)
-            if m:
-                current = Section(*m.groups())
-                if current.key in ('args', 'argv', 'shell'):
-                    runs.append([])
-                if current.backend in (None, backend):
-                    runs[-1].append(current)
-            elif current and current.key not in ONE_LINE and current.inline is None:
-                current.lines.append(line)
-            elif line.strip() and not line.startswith('#'):
-                raise SystemExit('%s: stray line %r' % (path, line))
+    for line in open(path, encoding='utf-8').read().split('\n'):
+        m = HEADER.match(line)
+        if m:
+            current = Section(*m.groups())
+            if current.key in ('args', 'shell'):
+                runs.append([])
+            if current.backend in (None, backend):
+                runs[-1].append(current)
+        elif current and current.key not in ONE_LINE and current.inline is None:
+            current.lines.append(line)
+        elif line.strip() and not line.startswith('#'):
+            raise SystemExit('%s: stray line %r' % (path, line))
     return runs
 
 
@@ -75,28 +62,21 @@ def compare(what, expected, actual, regex=False):
     return False
 
 
-def substitute(text, variables):
-    for name, value in variables.items():
-        text = text.replace('$' + name, value)
-    return text
-
-
-def run_shell(command, workdir):
-    done = subprocess.run(command, shell=True, cwd=workdir, capture_output=True, timeout=300)
-    if done.returncode != 0:
-        print('shell step failed: %s\n%s%s' % (command, decode(done.stdout), decode(done.stderr)))
-    return done.returncode == 0
-
-
-def run_one(run, globals_, workdir, variables):
+def run_one(run, workdir, variables):
+    """Runs the tool or a shell step; $NAME in its words is the variable NAME."""
     head = run[0]
+
+    def substitute(text):
+        for name, value in variables.items():
+            text = text.replace('$' + name, value)
+        return text
     if head.key == 'shell':
-        return run_shell(substitute(head.inline, variables), workdir)
-    argv0 = find(globals_ + run, 'argv0')
-    words = shlex.split(head.inline or '') if head.key == 'args' else [
-        decode(unescape(line)) for line in head.lines if line]
-    argv = [decode(unescape(argv0.inline or '')) if argv0 else 'qv_hivectl']
-    argv += [substitute(word, variables) for word in words]
+        done = subprocess.run(substitute(head.inline), shell=True, cwd=workdir, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT, timeout=300)
+        return compare('shell step %r' % head.inline, 0, done.returncode) or print(done.stdout)
+    argv0 = find(run, 'argv0')
+    argv = [argv0.inline or '' if argv0 else 'qv_hivectl']
+    argv += [substitute(word) for word in shlex.split(head.inline)]
     stdin, stdin_from = find(run, 'stdin', 'stdin-escaped'), find(run, 'stdin-from')
     feed = {'input': stdin.data() if stdin else b''}
     if stdin_from:  # opened as it stands, so a directory too
@@ -112,36 +92,29 @@ def run_one(run, globals_, workdir, variables):
     stderr = LOG_HEADER.sub(rb'[\1|\2] ', done.stderr)
     for stream, actual in (('stdout', done.stdout), ('stderr', stderr)):
         section = find(run, stream, stream + '-escaped', stream + '-re')
-        regex = section is not None and section.key.endswith('-re')
-        expected = section.text() if regex else decode(section.data()) if section else ''
-        ok &= compare(stream, encode(substitute(expected, variables)), actual, regex)
-    if not ok:
-        print('command line: %r' % argv)
-    return ok
-
-
-def backend_variables(backend):
-    """$BACKEND; on PostgreSQL the test registry is emptied first."""
-    if backend == 'memory':
-        return {'BACKEND': 'memory:'}
-    spec, reset = os.environ.get('HIVECTL_PG_SPEC'), os.environ.get('HIVECTL_PG_RESET')
-    if not spec or not reset or subprocess.run(reset, shell=True).returncode != 0:
-        raise SystemExit('HIVECTL_PG_SPEC and HIVECTL_PG_RESET must name a running test server')
-    return {'BACKEND': spec}
+        if section and section.key.endswith('-re'):
+            ok &= compare(stream, section.text().encode(), actual, True)
+        else:
+            ok &= compare(stream, section.data() if section else b'', actual)
+    return ok or print('command line: %r' % argv)
 
 
 def main():
-    binary, backend, setting, case = sys.argv[1:]
+    binary, backend, case = sys.argv[1:]
     runs = parse(case, backend)
+    variables = {'BACKEND': 'memory:', 'BINARY': os.path.abspath(binary)}
+    if backend == 'postgres':  # its test registry is emptied first
+        spec, reset = os.environ.get('HIVECTL_PG_SPEC'), os.environ.get('HIVECTL_PG_RESET')
+        if not spec or not reset or subprocess.run(reset, shell=True).returncode:
+            raise SystemExit('HIVECTL_PG_SPEC and HIVECTL_PG_RESET must name a running test server')
+        variables['BACKEND'] = spec
     with tempfile.TemporaryDirectory(prefix='hivectl-e2e-') as workdir:
-        variables = backend_variables(backend)
-        variables.update(BINARY=os.path.abspath(binary), SETTING=setting)
         for number, run in enumerate(runs):
             for s in run:
                 if s.key.startswith('file'):
                     with open(os.path.join(workdir, s.name), 'wb') as f:
                         f.write(s.data())
-            if number > 0 and not run_one(run, runs[0], workdir, variables):
+            if number > 0 and not run_one(run, workdir, variables):
                 print('run %d of %s failed' % (number, case))
                 return 1
     return 0

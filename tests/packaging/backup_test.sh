@@ -4,10 +4,8 @@
 #   backup_test.sh BINARY SOURCE_DIR
 set -uo pipefail
 tool=$1 src=$2 db=registry_backup_test
-admin() { eval "$HIVECTL_PG_ADMIN" '"$@"' >/dev/null; }
-export PGOPTIONS='-c client_min_messages=warning'
-admin -c "DROP DATABASE IF EXISTS $db" -c "CREATE DATABASE $db TEMPLATE $HIVECTL_PG_TEMPLATE"
-spec=${HIVECTL_PG_SPEC/dbname=registry_test/dbname=$db}
+. "$src/tests/db/test_database.sh"
+test_database $db "$HIVECTL_PG_TEMPLATE"
 work=$(mktemp -d)
 trap 'cd /; rm -rf "$work"; admin -c "DROP DATABASE $db"' EXIT
 cd "$work" || exit 1

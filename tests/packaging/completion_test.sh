@@ -62,11 +62,6 @@ $ qv_hivectl set K V i32 -5 ex
 exists  export
 $ qv_hivectl set K V i32 -5 ex#
 EOF
-expect "commands by prefix" 'qv_hivectl re' <<'EOF'
-$ qv_hivectl re
-remove   removev  rename   renamev
-$ qv_hivectl re#
-EOF
 expect "set's types under a profile name" 'qv_hivectl_fa --Root X set K V ' <<'EOF'
 $ qv_hivectl_fa --Root X set K V
 b16   b64   bin   fbin  fstr  i32   i64   str

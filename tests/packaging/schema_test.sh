@@ -4,13 +4,9 @@
 #   schema_test.sh BINARY SOURCE_DIR
 set -euo pipefail
 tool=$1 src=$2 db=registry_schema_test
+. "$src/tests/db/test_database.sh"
 schema() { "$src/packaging/qv-hivectl-schema" -d "$conninfo" "$@"; }
-admin() { eval "$HIVECTL_PG_ADMIN" '"$@"' >/dev/null; }
-fail() { echo "FAILED: $*" >&2; exit 1; }
-export PGOPTIONS='-c client_min_messages=warning'
-admin -c "DROP DATABASE IF EXISTS $db" -c "CREATE DATABASE $db"
-spec=${HIVECTL_PG_SPEC/dbname=registry_test/dbname=$db}
-conninfo=${spec#postgresql:} conninfo=${conninfo//;/ }
+test_database $db
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 

@@ -6,10 +6,9 @@ add_test(NAME packaging.man_page COMMAND ${HIVECTL_PKG_TESTS}/man_page_test.sh
 add_test(NAME packaging.completion COMMAND ${HIVECTL_PKG_TESTS}/completion_test.sh
   ${CMAKE_SOURCE_DIR}/packaging/qv_hivectl.bash)
 if(HIVECTL_PG_TESTS)
-  add_test(NAME packaging.schema COMMAND ${HIVECTL_PKG_TESTS}/schema_test.sh
-    $<TARGET_FILE:qv_hivectl> ${CMAKE_SOURCE_DIR})
-  set_tests_properties(packaging.schema PROPERTIES LABELS "postgres" TIMEOUT 120)
-  add_test(NAME packaging.backup COMMAND ${HIVECTL_PKG_TESTS}/backup_test.sh
-    $<TARGET_FILE:qv_hivectl> ${CMAKE_SOURCE_DIR})
-  set_tests_properties(packaging.backup PROPERTIES LABELS "postgres" TIMEOUT 60)
+  foreach(name schema backup)
+    add_test(NAME packaging.${name} COMMAND ${HIVECTL_PKG_TESTS}/${name}_test.sh
+      $<TARGET_FILE:qv_hivectl> ${CMAKE_SOURCE_DIR})
+  endforeach()
+  set_tests_properties(packaging.schema packaging.backup PROPERTIES LABELS "postgres" TIMEOUT 120)
 endif()
