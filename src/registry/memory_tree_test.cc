@@ -53,23 +53,5 @@ TEST_F(MemoryKeyTest, EmptyNamesAsSourceFindNothing) {
   EXPECT_TRUE(log.Texts().empty());
 }
 
-// A destination with an empty name or component creates it.
-TEST_F(MemoryKeyTest, EmptyNamesAsDestinationAreCreated) {
-  Open("a\\b");
-  KeyPtr top = Open("");
-  EXPECT_TRUE(top->CopyKey("a", "c\\\\d"));
-  EXPECT_TRUE(top->RenameKey("c\\\\d", "e\\"));
-  ::testing::internal::CaptureStderr();
-  backend_.Dump();
-  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
-            "a\\\n"
-            "  b\\\n"
-            "c\\\n"
-            "  \\\n"
-            "e\\\n"
-            "  \\\n"
-            "    b\\\n");
-}
-
 }  // namespace
 }  // namespace regkey
