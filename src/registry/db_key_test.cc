@@ -58,11 +58,6 @@ class DBKeyTest : public ::testing::Test {
   void Store(std::string_view path, const char* name = "v") {
     ASSERT_TRUE(Writable(path)->SetValue("x", 1, kTypeStr, name)) << path;
   }
-  // The stored row of a value as "code:text", "" if there is none.
-  std::string Row(const std::string& key, const std::string& name) {
-    return QuerySql(spec_, "SELECT type || ':' || value FROM registry.get_value('" + key +
-                               "', '" + name + "')");
-  }
   std::string Paths() {
     return QuerySql(spec_, "SELECT string_agg(path, ',' ORDER BY folded) FROM registry.keys "
                            "WHERE folded <> ''");
@@ -76,25 +71,6 @@ class DBKeyTest : public ::testing::Test {
   std::string name_, spec_;
   std::shared_ptr<DBBackend> backend_;
 };
-
-// Wire codes and texts; stored paths collapsed, every parent with a row.
-TEST_F(DBKeyTest, ValuesTravelAsTextWithWireCodes) {
-  KeyPtr key = backend_->Create("r\\\\s", 0, false, "a\\\\\\k", true);
-  const int32_t i32 = -1;
-  const int64_t i64 = INT64_MIN;
-  ASSERT_TRUE(key->SetValue(&i32, 4, kTypeI32, "a"));
-  ASSERT_TRUE(key->SetValue(&i64, 8, kTypeI64, "b"));
-  ASSERT_TRUE(key->SetValue("cut\0here", 8, kTypeStr, "d"));
-  ASSERT_TRUE(key->SetValue("\x01\x02\xff\x00", 4, kTypeBin, "e"));
-  ASSERT_TRUE(key->SetValue("", 0, kTypeBin, "f"));
-  const std::string path = "r\\s\\a\\k";
-  EXPECT_EQ(Row(path, "a"), "3:-1");
-  EXPECT_EQ(Row(path, "b"), "4:-9223372036854775808");
-  EXPECT_EQ(Row(path, "d"), "1:cut");
-  EXPECT_EQ(Row(path, "e"), "2:AQL/AA==");
-  EXPECT_EQ(Row(path, "f"), "2:");
-  EXPECT_EQ(Paths(), "r,r\\s,r\\s\\a,r\\s\\a\\k");
-}
 
 TEST_F(DBKeyTest, SubtreeOperationsTreatLikeCharactersLiterally) {
   for (const char* path : {"a_b", "a_b\\c", "axb", "a%", "a%\\d", "a_bc"}) Store(path);

@@ -1,10 +1,8 @@
 // Behaviour of regkey::Key that every backend shares, run on "memory:" and on HIVECTL_PG_SPEC.
 // Each test works below a top-level key of its own, so processes may run in parallel.
 #include <algorithm>
-#include <climits>
 #include <cstdlib>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include <unistd.h>
@@ -24,18 +22,6 @@ std::vector<std::string> ContractSpecs() {
   if (spec == nullptr || *spec == '\0') return {"memory:"};
   return {"memory:", spec};
 }
-
-std::vector<std::string> DatabaseSpecs() {
-  std::vector<std::string> specs = ContractSpecs();
-  specs.erase(specs.begin());
-  return specs;
-}
-
-template <typename T>
-std::string Raw(T number) {
-  return std::string(reinterpret_cast<const char*>(&number), sizeof number);
-}
-std::string WithNul(const std::string& text) { return text + std::string(1, '\0'); }
 
 class KeyContractTest : public ::testing::TestWithParam<std::string> {
  protected:
@@ -87,47 +73,6 @@ class KeyContractTest : public ::testing::TestWithParam<std::string> {
   std::string top_;
   KeyPtr base_;
 };
-
-// What the commands read from a database key; the memory key's reads are the e2e cases'.
-class DBContractTest : public KeyContractTest {};
-
-// Every type and size reads back as stored, a value stored again takes its new type.
-TEST_P(DBContractTest, SetAndGetEveryTypeAndSize) {
-  std::string all_bytes;
-  for (int i = 0; i < 256 * 4096; ++i) all_bytes.push_back(static_cast<char>(i * 7));
-  const std::tuple<const char*, ValueType, std::string> cases[] = {
-      {"i32", kTypeI32, Raw<int32_t>(INT32_MIN)},
-      {"i64", kTypeI64, Raw<int64_t>(INT64_MIN)},
-      {"i64max", kTypeI64, Raw<int64_t>(INT64_MAX)},
-      {"empty", kTypeStr, WithNul("")},
-      {"text", kTypeStr, WithNul("h\xc3\xa9llo, \"w\"\\\n")},
-      {"long", kTypeStr, WithNul(std::string(100000, 'x'))},
-      {"nul", kTypeStr, std::string("ab\0cd", 5)},
-      {"big", kTypeBin, all_bytes},
-      {"one", kTypeBin, std::string(1, '\0')},
-      {"nothing", kTypeBin, ""},
-  };
-  KeyPtr key = Open("values", false, true);
-  for (const auto& [name, type, stored] : cases) {
-    ASSERT_TRUE(key->SetValue(stored.data(), stored.size(), type, name)) << name;
-  }
-  KeyPtr reader = Open("values", true);
-  for (const auto& [name, stored_type, stored] : cases) {
-    const std::string expected = stored_type == kTypeStr ? WithNul(stored.c_str()) : stored;
-    ValueBuffer out;
-    ValueType type = static_cast<ValueType>(-1);
-    const int64_t result = reader->GetValue(out, &type, name);
-    ASSERT_EQ(result, static_cast<int64_t>(expected.size())) << name;
-    EXPECT_TRUE(std::string(out.get(), result) == expected) << name;
-    EXPECT_EQ(type, result > 0 ? stored_type : type) << name;
-  }
-  const int64_t number = 42;
-  ASSERT_TRUE(key->SetValue(&number, 8, kTypeI64, "text"));
-  ValueType type;
-  ValueBuffer out;
-  EXPECT_EQ(reader->GetValue(out, &type, "text"), 8);
-  EXPECT_EQ(type, kTypeI64);
-}
 
 // Names ignore ASCII case only; inner runs of backslashes are one break, edge ones invalid.
 TEST_P(KeyContractTest, PathRulesAndCase) {
@@ -186,9 +131,6 @@ std::string BackendName(const ::testing::TestParamInfo<std::string>& spec) {
 }
 INSTANTIATE_TEST_SUITE_P(Backends, KeyContractTest, ::testing::ValuesIn(ContractSpecs()),
                          BackendName);
-INSTANTIATE_TEST_SUITE_P(Backends, DBContractTest,
-                         ::testing::ValuesIn(DatabaseSpecs()), BackendName);
-GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(DBContractTest);
 
 }  // namespace
 }  // namespace regkey

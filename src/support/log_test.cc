@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -62,13 +61,6 @@ TEST(LogTest, HeaderColumnsThreaded) {
             before + " |3| " + ThreadColumn(thread_id) + "|   OTHER| abc\n");
 }
 
-TEST(LogTest, LineFeedAddedOnlyWhereMissing) {
-  LogCapture log;
-  { LogLine(1, kLogModuleOther) << "abc"; }
-  { LogLine(1, kLogModuleOther) << "abc\n"; }
-  EXPECT_EQ(log.Texts(), (Texts{"abc", "abc"}));
-}
-
 TEST(LogTest, EmptyLineIsDropped) {
   LogCapture log;
   { LogLine(1, kLogModuleOther) << ""; }
@@ -79,28 +71,6 @@ TEST(LogTest, LongTextIsCutAtTheLimit) {
   LogCapture log;
   { LogLine(1, kLogModuleOther) << std::string(kMaxText - 1, 'b').c_str() << "cd" << "more"; }
   EXPECT_EQ(log.Texts(), Texts{std::string(kMaxText - 1, 'b') + "c"});
-}
-
-// Lines of threads stay whole and in order.
-TEST(LogTest, ConcurrentLinesStayWhole) {
-  LogCapture log;
-  constexpr int kThreads = 6, kLines = 400;
-  auto text = [](int t, int n) {
-    return "t" + std::to_string(t) + " n" + std::to_string(n) + " " +
-           std::string(200 + 50 * t, static_cast<char>('a' + t));
-  };
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([t, &text] {
-      for (int n = 0; n < kLines; ++n) LogLine(1, kLogModuleOther) << text(t, n).c_str();
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  Texts texts = log.Texts(), expected;
-  const auto by_thread = [](const auto& a, const auto& b) { return a.at(1) < b.at(1); };
-  std::stable_sort(texts.begin(), texts.end(), by_thread);
-  for (int i = 0; i < kThreads * kLines; ++i) expected.push_back(text(i / kLines, i % kLines));
-  EXPECT_EQ(texts, expected);
 }
 
 }  // namespace
