@@ -449,13 +449,14 @@ CREATE OR REPLACE FUNCTION registry.get_values_cnt(p_path text) RETURNS integer
 -- In folded order of the names, and empty bin values last: a reader that
 -- takes a value of no bytes for the end of the enumeration then misses only
 -- those. The order is read from the stored name_key, folding only long names
--- anew, which costs less than folding every name.
+-- anew, which costs less than folding every name. The key is looked up
+-- first, so that its values are read straight from their index.
 CREATE OR REPLACE FUNCTION registry.get_values(p_path text)
   RETURNS TABLE (name text, type smallint, value text)
   LANGUAGE sql STABLE
   AS $$ SELECT v.name, v.type, v.value
-        FROM registry.find_key(registry.fold(p_path)) AS k
-        JOIN registry.vals AS v ON v.key_id = k.id
+        FROM registry.vals AS v
+        WHERE v.key_id = (SELECT id FROM registry.find_key(registry.fold(p_path)))
         ORDER BY v.type = 2 AND v.value = '', left(v.name_key, 256),
                  CASE WHEN length(v.name_key) > 256 THEN registry.fold(v.name) END $$;
 
