@@ -27,7 +27,6 @@ TEST(ImportWorkerCountTest, OneWorkerPerFullBatchWithinTheLimit) {
       {0, 32, 1},
       {1023, 32, 1},
       {1024, 32, 2},
-      {16384, 32, 32},
       {100000, 512, 195},
       {1 << 20, 512, 512},
   };
