@@ -34,7 +34,6 @@ TEST(Base64Test, DecodeTrustsItsInput) {
       {"Zm9vYg", "foob"},
       {"Zm9vY", "foo"},
       {"====", std::string(1, '\0')},
-      {"Zm9v\n", Decode("Zm9vA")},
       {"*m9v", Decode("Am9v")},
   };
   for (const auto& [text, bytes] : decoded) EXPECT_EQ(Decode(text), bytes) << text;
