@@ -31,8 +31,6 @@ TEST(ParseIntegerTest, SignsBasesLengthAndOverflow) {
       {"0b", false, 0, false},
       {"0b2", false, 0, false},
       {"0b10x", false, 0, false},
-      {"0x", false, 0, false},
-      {"08", false, 0, false},
       {"1 2", false, 0, false},
       {"+", false, 0, false},
       {std::string("12\0" "3456", 7), false, 0, false},  // a NUL ends the text early
