@@ -34,7 +34,6 @@ TEST(Base64Test, DecodeTrustsItsInput) {
       {"Zm9vYg", "foob"},
       {"Zm9vY", "foo"},
       {"====", std::string(1, '\0')},
-      {"Zm9v\n", Decode("Zm9vA")},
       {"*m9v", Decode("Am9v")},
   };
   for (const auto& [text, bytes] : decoded) EXPECT_EQ(Decode(text), bytes) << text;
@@ -57,7 +56,6 @@ TEST(Base64Test, ValidateFindsFirstBadByte) {
       {"Zm9v\r\n", 4},
       {"Zg===", 4},
       {"Zm8==", 4},
-      {"====", 0},
       {"Zg-v", 2},
       {std::string("Zg\0v", 4), 2},
   };

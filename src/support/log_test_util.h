@@ -11,8 +11,9 @@
 
 class LogCapture {
  public:
-  explicit LogCapture(uint32_t level = 4)
-      : file_(std::tmpfile()), old_file_(LogGetFile()), old_level_(LogGetLevel()),
+  // Takes `file` over: it is closed at the end.
+  explicit LogCapture(uint32_t level = 4, FILE* file = std::tmpfile())
+      : file_(file), old_file_(LogGetFile()), old_level_(LogGetLevel()),
         old_modules_(LogGetModules()) {
     LogSetFile(file_);
     LogSetup(level, kLogModuleOther);
