@@ -11,6 +11,7 @@ trap 'cd /; rm -rf "$work"; admin -c "DROP DATABASE $db"' EXIT
 cd "$work" || exit 1
 backup() { "$src/packaging/qv-hivectl-backup" -t "$tool" -b "$spec" "$@" 2>&1; }
 failures=0
+why=' (a value changed meanwhile, the export ended early, or the key holds a zero-length bin value)'
 # expect NAME STATUS OUTPUT COMMAND...
 expect() {
   local name=$1 status=$2 want=$3 got
@@ -35,13 +36,13 @@ expect "a file without a final line end is damaged" 1 \
   "qv-hivectl-backup: short.csv is damaged: the last record has no line end" backup check Rooms short.csv
 head -n 4 rooms.csv >short.csv
 expect "a file with fewer values than the server is short" 1 \
-  "qv-hivectl-backup: short.csv holds 2 values, but the server counts 3 in 'Rooms' (a value changed meanwhile, the export ended early, or the key holds a zero-length bin value)" \
+  "qv-hivectl-backup: short.csv holds 2 values, but the server counts 3 in 'Rooms'$why" \
   backup check Rooms short.csv
 
 "$tool" --Backend "$spec" set 'Rooms\102' Empty bin ''
 cp rooms.csv kept.csv
 expect "a short export fails" 1 \
-  "qv-hivectl-backup: the export of 'Rooms' holds 3 values, but the server counts 4 in 'Rooms' (a value changed meanwhile, the export ended early, or the key holds a zero-length bin value)" \
+  "qv-hivectl-backup: the export of 'Rooms' holds 3 values, but the server counts 4 in 'Rooms'$why" \
   backup export Rooms rooms.csv
 expect "a short export leaves the last backup" 0 "" cmp rooms.csv kept.csv
 
@@ -53,6 +54,6 @@ expect "the backend comes from the configuration file" 0 "rooms.csv holds all 3 
   "$src/packaging/qv-hivectl-backup" -t "$tool" -c server.cfg check Rooms rooms.csv
 "$tool" --Backend "$spec" --Root Base set Deep v str x
 expect "the key is counted below --Root" 1 \
-  "qv-hivectl-backup: rooms.csv holds 3 values, but the server counts 1 in 'Deep' (a value changed meanwhile, the export ended early, or the key holds a zero-length bin value)" \
+  "qv-hivectl-backup: rooms.csv holds 3 values, but the server counts 1 in 'Deep'$why" \
   backup -r Base check Deep rooms.csv
 [ "$failures" -eq 0 ]

@@ -26,16 +26,17 @@ for role in reader writer; do
 done
 reader=${spec/user=postgres/user=schema_test_reader}
 writer=${spec/user=postgres/user=schema_test_writer}
+reader_conninfo=${conninfo/user=postgres/user=schema_test_reader}
 [ "$("$tool" --Backend "$reader" get 'Conf\Rooms\101' Name exists Conf Level)" = "Board, room
 true" ] || fail "reader can't read"
 "$tool" --Backend "$reader" set Conf Level i32 1 2>/dev/null && fail "reader could write"
 "$tool" --Backend "$writer" set 'New\Key' v str x copy New Old rename Old Older remove New \
   removev 'Older\Key' v || fail "writer can't write"
 "$src/packaging/qv-hivectl-schema" --help | grep -q '^usage: ' || fail "--help prints no usage on standard output"
-schema -d "${conninfo/user=postgres/user=schema_test_reader}" check >/dev/null || fail "a reader can't check"
+schema -d "$reader_conninfo" check >/dev/null || fail "a reader can't check"
 schema revoke schema_test_reader >/dev/null
 "$tool" --Backend "$reader" get 'Conf\Rooms\101' Name 2>/dev/null && fail "revoke left the reader reading"
-refusal=$(schema -d "${conninfo/user=postgres/user=schema_test_reader}" grant schema_test_reader writer 2>&1 || true)
+refusal=$(schema -d "$reader_conninfo" grant schema_test_reader writer 2>&1 || true)
 [[ $refusal == *"grant failed; grant and revoke need a superuser, or the owner of schema registry with CREATEROLE"* ]] \
   || fail "grant without rights does not say what it needs"
 refusal=$(schema -d "host=$work port=1" verify 2>&1 || true)
