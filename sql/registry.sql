@@ -261,7 +261,7 @@ CREATE OR REPLACE FUNCTION registry.move_refusal(p_from text, p_to text) RETURNS
   AS $$
     SELECT CASE WHEN NOT EXISTS (SELECT FROM registry.find_key(source)) THEN 1
                 WHEN source = target THEN 0
-                WHEN starts_with(target, source || '\') OR starts_with(source, target || '\') THEN 1
+                WHEN registry.is_below(target, source) OR registry.is_below(source, target) THEN 1
            END
     FROM registry.fold(registry.move_path(p_from)) AS source,
          registry.fold(registry.move_path(p_to)) AS target
