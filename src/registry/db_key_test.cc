@@ -54,9 +54,8 @@ class DBKeyTest : public ::testing::Test {
   }
   void Run(const std::string& statement) { RunSql(spec_, statement); }
   KeyPtr Writable(std::string_view path) { return backend_->Create("", 0, false, path, true); }
-  KeyPtr ReadOnly(std::string_view path) { return backend_->Create("", 0, true, path, false); }
-  void Store(std::string_view path, const char* name = "v") {
-    ASSERT_TRUE(Writable(path)->SetValue("x", 1, kTypeStr, name)) << path;
+  void Store(std::string_view path) {
+    ASSERT_TRUE(Writable(path)->SetValue("x", 1, kTypeStr, "v")) << path;
   }
   std::string Paths() {
     return QuerySql(spec_, "SELECT string_agg(path, ',' ORDER BY folded) FROM registry.keys "
