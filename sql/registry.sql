@@ -263,15 +263,20 @@ CREATE OR REPLACE FUNCTION registry.move_path(p text) RETURNS text
 -- Why a rename or copy from p_from to p_to does nothing: 0 if both are the
 -- same key, 1 if the source does not exist or one lies inside the other;
 -- NULL if it is to be done.
+-- (PL/pgSQL: transfer_subtree calls it as a scalar, which an SQL function
+-- with a FROM list would have planned anew at every call.)
 CREATE OR REPLACE FUNCTION registry.move_refusal(p_from text, p_to text) RETURNS integer
-  LANGUAGE sql STABLE
+  LANGUAGE plpgsql STABLE
   AS $$
-    SELECT CASE WHEN NOT EXISTS (SELECT FROM registry.find_key(source)) THEN 1
+  DECLARE
+    source CONSTANT text COLLATE "C" := registry.fold(registry.move_path(p_from));
+    target CONSTANT text COLLATE "C" := registry.fold(registry.move_path(p_to));
+  BEGIN
+    RETURN CASE WHEN NOT EXISTS (SELECT FROM registry.find_key(source)) THEN 1
                 WHEN source = target THEN 0
                 WHEN registry.is_below(target, source) OR registry.is_below(source, target) THEN 1
-           END
-    FROM registry.fold(registry.move_path(p_from)) AS source,
-         registry.fold(registry.move_path(p_to)) AS target
+           END;
+  END
   $$;
 
 -- Removes the values and keys of folded path folded_path and below it; with
