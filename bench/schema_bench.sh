@@ -3,9 +3,11 @@
 # on one throwaway server, with the same tool, data and connection counts:
 #   - the floor (bench/floor_schema.sql): import at 1, 8 and 32 connections,
 #     and export, of BENCH_KEYS keys with 10 values each (bench/registry_csv.py);
-#   - schema version 1 (git b4fff07): copy, rename and remove of a subtree
+#   - schema version 1 (git b4fff07): copy, ten renames and remove of a subtree
 #     of 20,000 values;
-#   - schema version 3 (git a05e3ad): one set and one get, a process each.
+#   - schema version 3 (git a05e3ad): one set and one get, a process each;
+#   - with BENCH_PREVIOUS=REV, the file at git revision REV: all but import
+#     at 1 and 8 connections, to measure a change of the schema.
 # Each repetition times ours and the other side by side; printed are the
 # ratios ours/other of every repetition and their median. Commits are not
 # flushed (synchronous_commit=off) so that the server's work, not the disk,
@@ -13,7 +15,8 @@
 #
 #   bench/schema_bench.sh [BUILD_DIR] [REPETITIONS]   (default build, 3)
 #
-# Environment: BENCH_PG_PORT (default 5441), BENCH_KEYS (default 5000).
+# Environment: BENCH_PG_PORT (default 5441), BENCH_KEYS (default 5000),
+# BENCH_PREVIOUS (unset).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build}
@@ -32,6 +35,11 @@ $HIVECTL_PG_ADMIN -c "CREATE DATABASE ours_tree TEMPLATE $HIVECTL_PG_TEMPLATE" >
 load floor <bench/floor_schema.sql
 git show b4fff07:sql/registry.sql | load version1
 git show a05e3ad:sql/registry.sql | load version3
+previous=${BENCH_PREVIOUS:-}
+if [ -n "$previous" ]; then
+  git show "$previous:sql/registry.sql" | load previous
+  git show "$previous:sql/registry.sql" | load previous_tree
+fi
 spec() { echo "${HIVECTL_PG_SPEC%registry_test}$1;options='-c synchronous_commit=off'"; }
 tool() { local db=$1; shift; "$tool" --Backend "$(spec "$db")" --Root "" "$@" >/dev/null; }
 sql() { ${HIVECTL_PG_PSQL% -d *} -d "$1" -Atc "$2"; }
@@ -42,9 +50,11 @@ now() { date +%s.%N; }
 seconds=  # set by timed
 timed() { local start; start=$(now); "$@"; seconds=$(echo "$(now) - $start" | bc -l); }
 declare -A ratios
+labels=()  # in the order first compared
 # compare LABEL OURS_DB OTHER_DB COMMAND...: one repetition, ours first.
 compare() {
   local label=$1 ours=$2 other=$3; shift 3
+  [ -n "${ratios[$label]:-}" ] || labels+=("$label")
   timed "$@" "$ours"; local ours_sec=$seconds
   timed "$@" "$other"; local other_sec=$seconds
   ratios[$label]+="$(echo "$ours_sec / $other_sec" | bc -l) "
@@ -57,13 +67,15 @@ import_into() {  # CONNECTIONS DB
 }
 export_from() { tool "$1" export K "$work/export.csv"; }
 copy_tree() { tool "$1" copy src dst; }
-rename_tree() { tool "$1" rename dst moved; }
-remove_tree() { tool "$1" remove moved; }
+# One rename takes some 50 ms, too short to time alone: ten, there and back.
+rename_tree() { for _ in 1 2 3 4 5; do tool "$1" rename dst moved; tool "$1" rename moved dst; done; }
+remove_tree() { tool "$1" remove dst; }
 sets() { for i in $(seq 100); do tool "$1" set 'bench\single' "v$i" i32 "$i"; done; }
 gets() { for i in $(seq 100); do tool "$1" get 'bench\single' "v$i"; done; }
 
 tool ours_tree import src "$work/tree.csv"
 tool version1 import src "$work/tree.csv"
+[ -z "$previous" ] || tool previous_tree import src "$work/tree.csv"
 for rep in $(seq "$reps"); do
   echo "== repetition $rep"
   for connections in 1 8 32; do
@@ -75,12 +87,18 @@ for rep in $(seq "$reps"); do
   compare "subtree remove / version 1" ours_tree version1 remove_tree
   compare "100 set processes / version 3" registry_test version3 sets
   compare "100 get processes / version 3" registry_test version3 gets
+  [ -n "$previous" ] || continue
+  compare "import, 32 connections / previous" registry_test previous import_into 32
+  compare "export / previous" registry_test previous export_from
+  compare "subtree copy / previous" ours_tree previous_tree copy_tree
+  compare "subtree rename / previous" ours_tree previous_tree rename_tree
+  compare "subtree remove / previous" ours_tree previous_tree remove_tree
+  compare "100 set processes / previous" registry_test previous sets
+  compare "100 get processes / previous" registry_test previous gets
 done
 
 echo "== medians of ours/other ($keys keys of 10 values; targets: import and export <= 1.15, the rest <= 1)"
-for label in "import, 1 connections / floor" "import, 8 connections / floor" "import, 32 connections / floor" \
-             "export / floor" "subtree copy / version 1" "subtree rename / version 1" \
-             "subtree remove / version 1" "100 set processes / version 3" "100 get processes / version 3"; do
+for label in "${labels[@]}"; do
   # shellcheck disable=SC2086
   printf '%-34s %5.2f   (%s)\n' "$label" "$(printf '%s\n' ${ratios[$label]} | sort -g | awk '{ r[NR] = $1 } END { print r[int((NR + 1) / 2)] }')" \
     "$(printf '%.2f ' ${ratios[$label]})"

@@ -18,9 +18,11 @@
 -- is kept.
 --
 -- Names may be of any length. A btree holds a text of up to about 2.7 kB, so
--- indexes hold name_key() of a folded text: the text itself up to 256
+-- btrees hold name_key() of a folded text: the text itself up to 256
 -- characters, else its first 256 characters and its SHA-256. Short texts,
--- nearly all, thus keep their order in the index.
+-- nearly all, thus keep their order in the index. A key is looked up, and
+-- its children listed, through hash indexes on the folded paths themselves,
+-- which take texts of any length and cost the least per call.
 --
 -- Every table has a primary key, so a publication of the schema replicates
 -- updates and deletes (logical replication).
@@ -139,18 +141,23 @@ CREATE TABLE IF NOT EXISTS registry.vals (
   PRIMARY KEY (key_id, name_key)
 );
 
+-- keys_folded_key makes folded paths unique and holds subtrees in order;
+-- the hash indexes serve look-ups of one key and of a key's children.
 CREATE UNIQUE INDEX IF NOT EXISTS keys_folded_key ON registry.keys (registry.name_key(folded));
-CREATE INDEX IF NOT EXISTS keys_children ON registry.keys (registry.name_key(parent));
+CREATE INDEX IF NOT EXISTS keys_folded_hash ON registry.keys USING hash (folded);
+CREATE INDEX IF NOT EXISTS keys_parent_hash ON registry.keys USING hash (parent);
+-- Earlier loads of this version found children through a btree.
+DROP INDEX IF EXISTS registry.keys_children;
 
 -- Helpers (not called by the client).
 
 -- The two conditions on a key's folded path, written so that the planner
--- inlines them and reads them through the index on name_key(folded).
+-- inlines them and reads them through keys_folded_hash and keys_folded_key.
 
 -- Whether a key's folded path is folded_path.
 CREATE OR REPLACE FUNCTION registry.is_key(folded text, folded_path text) RETURNS boolean
   LANGUAGE sql IMMUTABLE PARALLEL SAFE
-  AS $$ SELECT registry.name_key(folded) = registry.name_key(folded_path) AND folded = folded_path $$;
+  AS $$ SELECT folded = folded_path $$;
 
 -- Whether a key's folded path lies strictly below the folded path
 -- folded_path, which is not the top.
@@ -256,15 +263,20 @@ CREATE OR REPLACE FUNCTION registry.move_path(p text) RETURNS text
 -- Why a rename or copy from p_from to p_to does nothing: 0 if both are the
 -- same key, 1 if the source does not exist or one lies inside the other;
 -- NULL if it is to be done.
+-- (PL/pgSQL: transfer_subtree calls it as a scalar, which an SQL function
+-- with a FROM list would have planned anew at every call.)
 CREATE OR REPLACE FUNCTION registry.move_refusal(p_from text, p_to text) RETURNS integer
-  LANGUAGE sql STABLE
+  LANGUAGE plpgsql STABLE
   AS $$
-    SELECT CASE WHEN NOT EXISTS (SELECT FROM registry.find_key(source)) THEN 1
+  DECLARE
+    source CONSTANT text COLLATE "C" := registry.fold(registry.move_path(p_from));
+    target CONSTANT text COLLATE "C" := registry.fold(registry.move_path(p_to));
+  BEGIN
+    RETURN CASE WHEN NOT EXISTS (SELECT FROM registry.find_key(source)) THEN 1
                 WHEN source = target THEN 0
                 WHEN registry.is_below(target, source) OR registry.is_below(source, target) THEN 1
-           END
-    FROM registry.fold(registry.move_path(p_from)) AS source,
-         registry.fold(registry.move_path(p_to)) AS target
+           END;
+  END
   $$;
 
 -- Removes the values and keys of folded path folded_path and below it; with
@@ -449,8 +461,9 @@ CREATE OR REPLACE FUNCTION registry.get_values_cnt(p_path text) RETURNS integer
 -- In folded order of the names, and empty bin values last: a reader that
 -- takes a value of no bytes for the end of the enumeration then misses only
 -- those. The order is read from the stored name_key, folding only long names
--- anew, which costs less than folding every name. The key is looked up
--- first, so that its values are read straight from their index.
+-- anew, which costs less than folding every name; a name of 256 characters
+-- sorts before the long names it begins. The key is looked up first, so
+-- that its values are read straight from their index.
 CREATE OR REPLACE FUNCTION registry.get_values(p_path text)
   RETURNS TABLE (name text, type smallint, value text)
   LANGUAGE sql STABLE
@@ -458,7 +471,7 @@ CREATE OR REPLACE FUNCTION registry.get_values(p_path text)
         FROM registry.vals AS v
         WHERE v.key_id = (SELECT id FROM registry.find_key(registry.fold(p_path)))
         ORDER BY v.type = 2 AND v.value = '', left(v.name_key, 256),
-                 CASE WHEN length(v.name_key) > 256 THEN registry.fold(v.name) END $$;
+                 CASE WHEN length(v.name_key) > 256 THEN registry.fold(v.name) ELSE '' END $$;
 
 -- Full paths of the direct subkeys, in folded order.
 CREATE OR REPLACE FUNCTION registry.get_subkeys(p_path text) RETURNS SETOF text
@@ -467,8 +480,7 @@ CREATE OR REPLACE FUNCTION registry.get_subkeys(p_path text) RETURNS SETOF text
   BEGIN
     RETURN QUERY
       SELECT path FROM registry.keys
-      WHERE registry.name_key(parent) = registry.name_key(registry.fold(p_path))
-        AND parent = registry.fold(p_path)
+      WHERE parent = registry.fold(p_path)
       ORDER BY folded;
   END
   $$;
