@@ -18,11 +18,11 @@
 -- is kept.
 --
 -- Names may be of any length. A btree holds a text of up to about 2.7 kB, so
--- btrees hold name_key() of a folded text: the text itself up to 256
+-- indexes hold name_key() of a folded text: the text itself up to 256
 -- characters, else its first 256 characters and its SHA-256. Short texts,
--- nearly all, thus keep their order in the index. A key is looked up, and
--- its children listed, through hash indexes on the folded paths themselves,
--- which take texts of any length and cost the least per call.
+-- nearly all, thus keep their order in the index. The children of a key are
+-- found through a hash index on the parent's folded path, which takes a
+-- text of any length.
 --
 -- Every table has a primary key, so a publication of the schema replicates
 -- updates and deletes (logical replication).
@@ -49,8 +49,8 @@ BEGIN;
 
 CREATE SCHEMA IF NOT EXISTS registry;
 
--- Helpers of the indexes. Indexes and stored keys are built on them: they
--- must never change.
+-- Helpers of the indexes. Indexes and stored keys are built on them: what
+-- they answer must never change.
 
 -- Under the "C" collation lower() maps A-Z to a-z and leaves every other
 -- character as it is.
@@ -60,12 +60,22 @@ CREATE OR REPLACE FUNCTION registry.fold(p text) RETURNS text
 
 -- The index key of a folded text (see "Names may be of any length"). The
 -- escape decoding of the text with its backslashes doubled gives its bytes.
+-- The case of long texts lives in a function of its own, so that the
+-- expression the planner inlines into every look-up stays small: each
+-- execution of a plan sets up every node of it, taken branch or not.
+CREATE OR REPLACE FUNCTION registry.long_name_key(folded text) RETURNS text
+  LANGUAGE plpgsql IMMUTABLE PARALLEL SAFE
+  AS $$
+  BEGIN
+    RETURN left(folded, 256) COLLATE "C"
+           || encode(sha256(decode(replace(folded, '\', '\\'), 'escape')), 'hex');
+  END
+  $$;
+
 CREATE OR REPLACE FUNCTION registry.name_key(folded text) RETURNS text
   LANGUAGE sql IMMUTABLE PARALLEL SAFE
   AS $$ SELECT CASE WHEN length(folded) <= 256 THEN folded COLLATE "C"
-                    ELSE left(folded, 256) COLLATE "C"
-                         || encode(sha256(decode(replace(folded, '\', '\\'), 'escape')), 'hex')
-               END $$;
+                    ELSE registry.long_name_key(folded) END $$;
 
 -- Upgrade -------------------------------------------------------------------
 -- registry.schema_version() answers the version of the file last loaded.
@@ -141,23 +151,21 @@ CREATE TABLE IF NOT EXISTS registry.vals (
   PRIMARY KEY (key_id, name_key)
 );
 
--- keys_folded_key makes folded paths unique and holds subtrees in order;
--- the hash indexes serve look-ups of one key and of a key's children.
 CREATE UNIQUE INDEX IF NOT EXISTS keys_folded_key ON registry.keys (registry.name_key(folded));
-CREATE INDEX IF NOT EXISTS keys_folded_hash ON registry.keys USING hash (folded);
 CREATE INDEX IF NOT EXISTS keys_parent_hash ON registry.keys USING hash (parent);
--- Earlier loads of this version found children through a btree.
+-- Earlier loads of this version found children through a btree on
+-- name_key(parent), which cost more to keep and to read.
 DROP INDEX IF EXISTS registry.keys_children;
 
 -- Helpers (not called by the client).
 
 -- The two conditions on a key's folded path, written so that the planner
--- inlines them and reads them through keys_folded_hash and keys_folded_key.
+-- inlines them and reads them through the index on name_key(folded).
 
 -- Whether a key's folded path is folded_path.
 CREATE OR REPLACE FUNCTION registry.is_key(folded text, folded_path text) RETURNS boolean
   LANGUAGE sql IMMUTABLE PARALLEL SAFE
-  AS $$ SELECT folded = folded_path $$;
+  AS $$ SELECT registry.name_key(folded) = registry.name_key(folded_path) AND folded = folded_path $$;
 
 -- Whether a key's folded path lies strictly below the folded path
 -- folded_path, which is not the top.
