@@ -49,8 +49,8 @@ BEGIN;
 
 CREATE SCHEMA IF NOT EXISTS registry;
 
--- Helpers of the indexes. Indexes and stored keys are built on them: what
--- they answer must never change.
+-- Helpers of the indexes. Indexes and stored keys are built on them: they
+-- must never change.
 
 -- Under the "C" collation lower() maps A-Z to a-z and leaves every other
 -- character as it is.
@@ -60,22 +60,12 @@ CREATE OR REPLACE FUNCTION registry.fold(p text) RETURNS text
 
 -- The index key of a folded text (see "Names may be of any length"). The
 -- escape decoding of the text with its backslashes doubled gives its bytes.
--- The case of long texts lives in a function of its own, so that the
--- expression the planner inlines into every look-up stays small: each
--- execution of a plan sets up every node of it, taken branch or not.
-CREATE OR REPLACE FUNCTION registry.long_name_key(folded text) RETURNS text
-  LANGUAGE plpgsql IMMUTABLE PARALLEL SAFE
-  AS $$
-  BEGIN
-    RETURN left(folded, 256) COLLATE "C"
-           || encode(sha256(decode(replace(folded, '\', '\\'), 'escape')), 'hex');
-  END
-  $$;
-
 CREATE OR REPLACE FUNCTION registry.name_key(folded text) RETURNS text
   LANGUAGE sql IMMUTABLE PARALLEL SAFE
   AS $$ SELECT CASE WHEN length(folded) <= 256 THEN folded COLLATE "C"
-                    ELSE registry.long_name_key(folded) END $$;
+                    ELSE left(folded, 256) COLLATE "C"
+                         || encode(sha256(decode(replace(folded, '\', '\\'), 'escape')), 'hex')
+               END $$;
 
 -- Upgrade -------------------------------------------------------------------
 -- registry.schema_version() answers the version of the file last loaded.
