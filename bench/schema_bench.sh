@@ -46,19 +46,32 @@ sql() { ${HIVECTL_PG_PSQL% -d *} -d "$1" -Atc "$2"; }
 python3 bench/registry_csv.py "$work/import.csv" "$keys"
 python3 bench/registry_csv.py "$work/tree.csv" 2000
 
-now() { date +%s.%N; }
-seconds=  # set by timed
-timed() { local start; start=$(now); "$@"; seconds=$(echo "$(now) - $start" | bc -l); }
+seconds=  # set by timed; EPOCHREALTIME costs no process of its own
+timed() { local start=$EPOCHREALTIME; "$@"; seconds=$(echo "$EPOCHREALTIME - $start" | bc -l); }
 declare -A ratios
 labels=()  # in the order first compared
+record() {  # LABEL OURS_SECONDS OTHER_SECONDS
+  [ -n "${ratios[$1]:-}" ] || labels+=("$1")
+  ratios[$1]+="$(echo "$2 / $3" | bc -l) "
+  printf '  %-34s ours %7.3f s  other %7.3f s\n' "$1" "$2" "$3"
+}
 # compare LABEL OURS_DB OTHER_DB COMMAND...: one repetition, ours first.
 compare() {
   local label=$1 ours=$2 other=$3; shift 3
-  [ -n "${ratios[$label]:-}" ] || labels+=("$label")
   timed "$@" "$ours"; local ours_sec=$seconds
   timed "$@" "$other"; local other_sec=$seconds
-  ratios[$label]+="$(echo "$ours_sec / $other_sec" | bc -l) "
-  printf '  %-34s ours %7.3f s  other %7.3f s\n' "$label" "$ours_sec" "$other_sec"
+  record "$label" "$ours_sec" "$other_sec"
+}
+# alternate LABEL OURS_DB OTHER_DB TIMES COMMAND...: one repetition of short
+# commands, ours and the other taking turns, so that a drift of the machine's
+# speed weighs on both alike. COMMAND gets the database and the turn (1...).
+alternate() {
+  local label=$1 ours=$2 other=$3 times=$4 turn ours_sec=0 other_sec=0; shift 4
+  for ((turn = 1; turn <= times; turn++)); do
+    timed "$@" "$ours" "$turn"; ours_sec=$(echo "$ours_sec + $seconds" | bc -l)
+    timed "$@" "$other" "$turn"; other_sec=$(echo "$other_sec + $seconds" | bc -l)
+  done
+  record "$label" "$ours_sec" "$other_sec"
 }
 import_into() {  # CONNECTIONS DB
   sql "$2" "TRUNCATE registry.keys, registry.vals CASCADE" >/dev/null
@@ -68,10 +81,10 @@ import_into() {  # CONNECTIONS DB
 export_from() { tool "$1" export K "$work/export.csv"; }
 copy_tree() { tool "$1" copy src dst; }
 # One rename takes some 50 ms, too short to time alone: ten, there and back.
-rename_tree() { for _ in 1 2 3 4 5; do tool "$1" rename dst moved; tool "$1" rename moved dst; done; }
+rename_tree() { if (($2 % 2)); then tool "$1" rename dst moved; else tool "$1" rename moved dst; fi; }
 remove_tree() { tool "$1" remove dst; }
-sets() { for i in $(seq 100); do tool "$1" set 'bench\single' "v$i" i32 "$i"; done; }
-gets() { for i in $(seq 100); do tool "$1" get 'bench\single' "v$i"; done; }
+set_one() { tool "$1" set 'bench\single' "v$2" i32 "$2"; }
+get_one() { tool "$1" get 'bench\single' "v$2"; }
 
 tool ours_tree import src "$work/tree.csv"
 tool version1 import src "$work/tree.csv"
@@ -83,18 +96,18 @@ for rep in $(seq "$reps"); do
   done
   compare "export / floor" registry_test floor export_from
   compare "subtree copy / version 1" ours_tree version1 copy_tree
-  compare "subtree rename / version 1" ours_tree version1 rename_tree
+  alternate "subtree rename / version 1" ours_tree version1 10 rename_tree
   compare "subtree remove / version 1" ours_tree version1 remove_tree
-  compare "100 set processes / version 3" registry_test version3 sets
-  compare "100 get processes / version 3" registry_test version3 gets
+  alternate "100 set processes / version 3" registry_test version3 100 set_one
+  alternate "100 get processes / version 3" registry_test version3 100 get_one
   [ -n "$previous" ] || continue
   compare "import, 32 connections / previous" registry_test previous import_into 32
   compare "export / previous" registry_test previous export_from
   compare "subtree copy / previous" ours_tree previous_tree copy_tree
-  compare "subtree rename / previous" ours_tree previous_tree rename_tree
+  alternate "subtree rename / previous" ours_tree previous_tree 10 rename_tree
   compare "subtree remove / previous" ours_tree previous_tree remove_tree
-  compare "100 set processes / previous" registry_test previous sets
-  compare "100 get processes / previous" registry_test previous gets
+  alternate "100 set processes / previous" registry_test previous 100 set_one
+  alternate "100 get processes / previous" registry_test previous 100 get_one
 done
 
 echo "== medians of ours/other ($keys keys of 10 values; targets: import and export <= 1.15, the rest <= 1)"
