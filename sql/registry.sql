@@ -258,21 +258,22 @@ CREATE OR REPLACE FUNCTION registry.move_path(p text) RETURNS text
   LANGUAGE sql IMMUTABLE PARALLEL SAFE
   AS $$ SELECT CASE WHEN p = '' THEN '\' ELSE p END $$;
 
--- Why a rename or copy from p_from to p_to does nothing: 0 if both are the
--- same key, 1 if the source does not exist or one lies inside the other;
--- NULL if it is to be done.
+-- Why a rename or copy of the key at folded path source_folded to
+-- target_folded does nothing: 0 if both are the same key, 1 if the source
+-- does not exist or one lies inside the other; NULL if it is to be done.
 -- (PL/pgSQL: transfer_subtree calls it as a scalar, which an SQL function
--- with a FROM list would have planned anew at every call.)
-CREATE OR REPLACE FUNCTION registry.move_refusal(p_from text, p_to text) RETURNS integer
+-- with a subquery would have planned anew at every call.)
+-- Earlier loads of this version took the paths as spelled, under other
+-- argument names, which CREATE OR REPLACE cannot change.
+DROP FUNCTION IF EXISTS registry.move_refusal(text, text);
+CREATE FUNCTION registry.move_refusal(source_folded text, target_folded text) RETURNS integer
   LANGUAGE plpgsql STABLE
   AS $$
-  DECLARE
-    source CONSTANT text COLLATE "C" := registry.fold(registry.move_path(p_from));
-    target CONSTANT text COLLATE "C" := registry.fold(registry.move_path(p_to));
   BEGIN
-    RETURN CASE WHEN NOT EXISTS (SELECT FROM registry.find_key(source)) THEN 1
-                WHEN source = target THEN 0
-                WHEN registry.is_below(target, source) OR registry.is_below(source, target) THEN 1
+    RETURN CASE WHEN NOT EXISTS (SELECT FROM registry.find_key(source_folded)) THEN 1
+                WHEN source_folded = target_folded THEN 0
+                WHEN registry.is_below(target_folded, source_folded)
+                     OR registry.is_below(source_folded, target_folded) THEN 1
            END;
   END
   $$;
@@ -404,7 +405,7 @@ CREATE OR REPLACE FUNCTION registry.transfer_subtree(p_from text, p_to text, cop
     target_folded CONSTANT text COLLATE "C" := registry.fold(target_path);
     target_parent CONSTANT text COLLATE "C" := registry.fold(registry.parent_path(target_path));
     kept_from CONSTANT integer := length(source_path) + 1;
-    refusal CONSTANT integer := registry.move_refusal(p_from, p_to);
+    refusal CONSTANT integer := registry.move_refusal(source_folded, target_folded);
   BEGIN
     IF refusal IS NOT NULL THEN RETURN refusal; END IF;
     PERFORM registry.lock_paths(ARRAY[source_folded, target_folded], true);
