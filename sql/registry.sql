@@ -412,7 +412,12 @@ CREATE OR REPLACE FUNCTION registry.transfer_subtree(p_from text, p_to text, cop
     IF NOT EXISTS (SELECT FROM registry.find_key(source_folded)) THEN RETURN 1; END IF;
     PERFORM registry.find_or_make_key(registry.parent_path(target_path));
     IF NOT copying THEN
-      PERFORM registry.remove_subtree(target_folded, false);
+      -- Without a destination key there is nothing below it either (every
+      -- key has its parent): the search for it, through index entries that
+      -- earlier moves left behind, is skipped.
+      IF EXISTS (SELECT FROM registry.find_key(target_folded)) THEN
+        PERFORM registry.remove_subtree(target_folded, false);
+      END IF;
       UPDATE registry.keys
       SET path = target_path || substr(path, kept_from),
           folded = target_folded || substr(folded, kept_from),
