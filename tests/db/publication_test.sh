@@ -15,7 +15,7 @@ cleanup() {
 trap cleanup EXIT
 test_database $db "$HIVECTL_PG_TEMPLATE"
 pub_spec=$spec pub_conninfo=$conninfo
-psql -X -q -d "$pub_conninfo" -c "CREATE PUBLICATION registry_pub FOR TABLES IN SCHEMA registry"
+sql -c "CREATE PUBLICATION registry_pub FOR TABLES IN SCHEMA registry"
 
 port=$(echo "$pub_spec" | sed 's/.*port=\([0-9]*\).*/\1/')
 HIVECTL_PG_PORT=$((port + 10)) "$src/scripts/pg_server.sh" start "$work" >/dev/null

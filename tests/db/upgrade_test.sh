@@ -5,7 +5,6 @@
 set -euo pipefail
 tool=$1 src=$2 db=registry_upgrade_test
 . "$src/tests/db/test_database.sh"
-load() { psql -X -q -v ON_ERROR_STOP=1 -d "$conninfo" "$@"; }
 long=$(printf 'n%.0s' $(seq 300))
 expected="KNAME,VNAME,TYPE,VALUE
 ,Level,i32,4294967295
@@ -14,9 +13,9 @@ Rooms,$(printf 'N%.0s' $(seq 300)),str,again
 Rooms\\101,Name,str,\"Board, room\""
 for version in 1 2 3; do
   test_database $db
-  load -f "$src/tests/db/fixtures/schema_v$version.sql" -f "$src/tests/db/fixtures/rows.sql" \
+  sql -f "$src/tests/db/fixtures/schema_v$version.sql" -f "$src/tests/db/fixtures/rows.sql" \
     -f "$src/sql/registry.sql"
-  [ "$(load -At -c "SELECT count(*) FROM pg_class c WHERE relnamespace = 'registry'::regnamespace
+  [ "$(sql -At -c "SELECT count(*) FROM pg_class c WHERE relnamespace = 'registry'::regnamespace
                     AND relkind = 'r' AND NOT EXISTS (SELECT FROM pg_index WHERE indrelid = c.oid
                                                       AND indisprimary)")" = 0 ] \
     || fail "a table without a primary key after the upgrade from version $version"

@@ -16,7 +16,7 @@ printf '%s\n' KNAME,VNAME,TYPE,VALUE 'Rooms\101,Name,str,"Board, room"' ',Level,
 schema install >/dev/null
 [ "$(schema version)" = 4 ] || fail "version after a second install"
 schema verify >/dev/null || fail "verify of an upgraded schema"
-psql -X -q -d "$conninfo" -c "CREATE OR REPLACE FUNCTION registry.schema_version() RETURNS integer
+sql -c "CREATE OR REPLACE FUNCTION registry.schema_version() RETURNS integer
   LANGUAGE sql AS 'SELECT 99'"
 schema install 2>/dev/null && fail "a newer schema was downgraded"
 
@@ -42,7 +42,7 @@ refusal=$(schema -d "$reader_conninfo" grant schema_test_reader writer 2>&1 || t
 refusal=$(schema -d "host=$work port=1" verify 2>&1 || true)
 [ "${refusal##*$'\n'}" = "qv-hivectl-schema: no connection to the server, nothing was done" ] || fail "verify without a server"
 
-psql -X -q -d "$conninfo" -c "DROP FUNCTION registry.copy_values(text, text)"
+sql -c "DROP FUNCTION registry.copy_values(text, text)"
 schema verify 2>"$work/verify.err" && fail "verify passed without copy_values"
 grep -q 'copy_values(text,text) is missing' "$work/verify.err" || fail "verify did not name copy_values"
 admin -c "DROP DATABASE $db" -c "DROP ROLE schema_test_reader" -c "DROP ROLE schema_test_writer"
