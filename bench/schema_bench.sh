@@ -64,12 +64,18 @@ compare() {
 }
 # alternate LABEL OURS_DB OTHER_DB TIMES COMMAND...: one repetition of short
 # commands, ours and the other taking turns, so that a drift of the machine's
-# speed weighs on both alike. COMMAND gets the database and the turn (1...).
+# speed weighs on both alike; who goes first alternates too. COMMAND gets the
+# database and the turn (1...).
 alternate() {
-  local label=$1 ours=$2 other=$3 times=$4 turn ours_sec=0 other_sec=0; shift 4
+  local label=$1 ours=$2 other=$3 times=$4 turn db order ours_sec=0 other_sec=0; shift 4
   for ((turn = 1; turn <= times; turn++)); do
-    timed "$@" "$ours" "$turn"; ours_sec=$(echo "$ours_sec + $seconds" | bc -l)
-    timed "$@" "$other" "$turn"; other_sec=$(echo "$other_sec + $seconds" | bc -l)
+    order=("$ours" "$other")
+    ((turn % 2)) || order=("$other" "$ours")
+    for db in "${order[@]}"; do
+      timed "$@" "$db" "$turn"
+      if [ "$db" = "$ours" ]; then ours_sec=$(echo "$ours_sec + $seconds" | bc -l)
+      else other_sec=$(echo "$other_sec + $seconds" | bc -l); fi
+    done
   done
   record "$label" "$ours_sec" "$other_sec"
 }
@@ -98,7 +104,7 @@ for rep in $(seq "$reps"); do
     compare "import, $connections connections / floor" registry_test floor import_into "$connections"
   done
   settle registry_test floor
-  alternate "export / floor" registry_test floor 3 export_from
+  alternate "export / floor" registry_test floor 4 export_from
   compare "subtree copy / version 1" ours_tree version1 copy_tree
   settle ours_tree version1
   alternate "subtree rename / version 1" ours_tree version1 10 rename_tree
@@ -108,7 +114,7 @@ for rep in $(seq "$reps"); do
   [ -n "$previous" ] || continue
   compare "import, 32 connections / previous" registry_test previous import_into 32
   settle registry_test previous
-  alternate "export / previous" registry_test previous 3 export_from
+  alternate "export / previous" registry_test previous 4 export_from
   compare "subtree copy / previous" ours_tree previous_tree copy_tree
   settle ours_tree previous_tree
   alternate "subtree rename / previous" ours_tree previous_tree 10 rename_tree
