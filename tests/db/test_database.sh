@@ -1,7 +1,7 @@
 # Sourced by the scripts that test against the test server ($HIVECTL_PG_*, see
 # scripts/pg_server.sh). test_database NAME [TEMPLATE] makes database NAME anew
-# and sets spec (its backend specification) and conninfo (the same for libpq); sql runs
-# psql there.
+# and sets spec (its backend specification) and conninfo (the same for libpq);
+# sql runs psql on it.
 export PGOPTIONS='-c client_min_messages=warning'
 admin() { eval "$HIVECTL_PG_ADMIN" '"$@"' >/dev/null; }
 sql() { psql -X -q -v ON_ERROR_STOP=1 -d "$conninfo" "$@"; }
