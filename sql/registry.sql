@@ -281,7 +281,10 @@ CREATE FUNCTION registry.move_refusal(source_folded text, target_folded text) RE
 -- Removes the values and keys of folded path folded_path and below it; with
 -- keep_key the key itself stays, without values. The keys go first: their
 -- removal waits for the writers that hold them (add_value), and the values
--- are then read anew, with what those writers stored.
+-- are then read anew, with what those writers stored. Without the key there
+-- is nothing below it either (every key has its parent, and the caller's
+-- lock keeps new ones out): the search through the index entries that
+-- earlier moves left behind is skipped.
 CREATE OR REPLACE FUNCTION registry.remove_subtree(folded_path text, keep_key boolean)
   RETURNS void
   LANGUAGE plpgsql VOLATILE
@@ -289,6 +292,7 @@ CREATE OR REPLACE FUNCTION registry.remove_subtree(folded_path text, keep_key bo
   DECLARE
     emptied_keys bigint[];  -- the keys whose values go
   BEGIN
+    IF NOT EXISTS (SELECT FROM registry.find_key(folded_path)) THEN RETURN; END IF;
     IF folded_path = '' THEN
       WITH removed AS (DELETE FROM registry.keys WHERE folded <> '' RETURNING id)
       SELECT array_agg(id) INTO emptied_keys FROM removed;
@@ -412,12 +416,7 @@ CREATE OR REPLACE FUNCTION registry.transfer_subtree(p_from text, p_to text, cop
     IF NOT EXISTS (SELECT FROM registry.find_key(source_folded)) THEN RETURN 1; END IF;
     PERFORM registry.find_or_make_key(registry.parent_path(target_path));
     IF NOT copying THEN
-      -- Without a destination key there is nothing below it either (every
-      -- key has its parent): the search for it, through index entries that
-      -- earlier moves left behind, is skipped.
-      IF EXISTS (SELECT FROM registry.find_key(target_folded)) THEN
-        PERFORM registry.remove_subtree(target_folded, false);
-      END IF;
+      PERFORM registry.remove_subtree(target_folded, false);
       UPDATE registry.keys
       SET path = target_path || substr(path, kept_from),
           folded = target_folded || substr(folded, kept_from),
